@@ -1,0 +1,84 @@
+// Start-up.  Tested in tests/daemon/StartTest.cpp.
+#include "capture/Initializer.h"
+
+#include <unistd.h>
+
+#include <chrono>
+#include <iostream>
+#include <string>
+
+#include "common/Constants.h"
+#include "common/FileLogger.h"
+#include "common/PathConstants.h"
+#include "common/Util.h"
+
+using qz::common::FileLogger;
+using qz::common::LOG_DIR;
+using qz::common::PATH_SEPARATOR;
+using qz::common::Util;
+
+namespace qz::capture {
+
+namespace {
+
+constexpr int LOG_DIRECTORY_MODE = 0755;
+constexpr int NORMAL_LEVEL = 4;
+constexpr int DEBUG_LEVEL = 6;
+
+// How long an orderly end waits for the lines that are still queued.
+constexpr std::chrono::milliseconds DRAIN_LIMIT{200};
+
+std::string ProgramPath(char** argv) {
+    return argv[0] ? argv[0] : "";
+}
+
+} // namespace
+
+Initializer::Initializer(int argc, char** argv) : m_Arguments(argc, argv), m_Process(ProgramPath(argv)) {
+    Initialize(argc, argv);
+}
+
+Initializer::~Initializer() {
+    Cleanup();
+    if (FileLogger* logger = FileLogger::instance()) {
+        logger->Drain(DRAIN_LIMIT);
+        delete logger;
+    }
+}
+
+bool Initializer::Initialize(int /*argc*/, char** argv) {
+    if (m_Arguments.Stop()) {
+        m_Process.FileKill();
+        return false;
+    }
+    // Before anything in the log directory: a refused second start leaves the running instance's log alone.
+    if (!m_Process.Init(true))
+        return false;
+
+    std::string name = ProgramPath(argv);
+    const size_t separator = name.rfind(PATH_SEPARATOR);
+    if (separator != std::string::npos)
+        name.erase(0, separator + PATH_SEPARATOR.size());
+    const std::string directory = LOG_DIR + PATH_SEPARATOR + "agent";
+    Util::MakeDirs(directory, LOG_DIRECTORY_MODE); // a failure shows when the file does not open
+    const int level = m_Arguments.Debug() ? DEBUG_LEVEL : NORMAL_LEVEL;
+    if (FileLogger::instance()->Initialize(directory, name, level, "%Y%m%d", false)) {
+        m_Initialized = true;
+        return true;
+    }
+    // Despite its words the daemon does not go on without a log.
+    std::cout << " * initialize log failed. not write logs." << std::endl;
+    return m_Initialized;
+}
+
+void Initializer::Cleanup() {
+    m_Initialized = false;
+}
+
+void Initializer::Abandon(int status) {
+    FileLogger::instance()->Drain(DRAIN_LIMIT);
+    m_Process.Release();
+    _exit(status);
+}
+
+} // namespace qz::capture

@@ -1,0 +1,259 @@
+// The log: the line format, the dated file, its rotation.  Tested in tests/common/LoggerTest.cpp.
+#include "common/FileLogger.h"
+
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <iostream>
+#include <thread>
+
+#include "common/PathConstants.h"
+#include "common/ThreadPool.h"
+
+namespace qz::common {
+
+namespace {
+
+constexpr int QUEUE_LIMIT = 1000000;
+constexpr int32_t LEAST_FILE_COUNT = 10;
+
+// YYYY-MM-DD HH:MM:SS.mmm.  The local time of a second is worked out once per thread.
+void AppendTime(std::string& out) {
+    struct Second {
+        time_t when = -1;
+        char text[40] = {};
+    };
+    thread_local Second second;
+
+    const int64_t nanoseconds = std::chrono::duration_cast<std::chrono::nanoseconds>(
+                                    std::chrono::system_clock::now().time_since_epoch())
+                                    .count();
+    const auto when = static_cast<time_t>(nanoseconds / 1000000000);
+    if (when != second.when) {
+        tm local{};
+        localtime_r(&when, &local);
+        snprintf(second.text, sizeof second.text, "%04d-%02d-%02d %02d:%02d:%02d.", local.tm_year + 1900,
+                 local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
+        second.when = when;
+    }
+    const auto milliseconds = static_cast<int>(nanoseconds % 1000000000 / 1000000);
+    const char digits[] = {static_cast<char>('0' + milliseconds / 100),
+                           static_cast<char>('0' + milliseconds / 10 % 10),
+                           static_cast<char>('0' + milliseconds % 10)};
+    out.append(second.text).append(digits, sizeof digits);
+}
+
+bool WriteAll(int fd, const char* data, size_t size) {
+    while (size > 0) {
+        const ssize_t written = write(fd, data, size);
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            return false;
+        data += written;
+        size -= static_cast<size_t>(written);
+    }
+    return true;
+}
+
+std::string LoginName() {
+    const passwd* user = getpwuid(getuid());
+    return user && user->pw_name ? user->pw_name : "";
+}
+
+} // namespace
+
+std::atomic<FileLogger*> FileLogger::m_Instance{nullptr};
+std::atomic<int> FileLogger::m_Gate{1};
+
+FileLogger* FileLogger::instance() {
+    FileLogger* logger = m_Instance;
+    if (!logger) {
+        logger = new FileLogger();
+        m_Instance = logger;
+    }
+    return logger;
+}
+
+FileLogger::FileLogger() : m_UserName(LoginName()), m_Pid(getpid()) {}
+
+FileLogger::~FileLogger() {
+    m_Gate = 1;
+    m_Pool.reset(); // ends the worker first: two threads never touch the file
+    m_Stream.Reset();
+    m_Instance = nullptr;
+}
+
+bool FileLogger::Initialize(const std::string& directory, const std::string& name, int level,
+                            const std::string& dateFormat, bool closeAfterWrite) {
+    m_Pool.reset(); // of an earlier initialisation: its worker reads what is set below
+    m_Pool = std::make_unique<ThreadPool>(this, 1, QUEUE_LIMIT);
+    m_Directory = directory;
+    m_Name = name;
+    m_Level = level;
+    m_CloseAfterWrite = closeAfterWrite;
+    m_Gate = ToConsole() ? std::max(CONSOLE_LEVEL, level) : level;
+
+    struct stat status {};
+    const bool found = lstat((m_Directory + PATH_SEPARATOR + m_Name).c_str(), &status) == 0;
+    m_DateFormat = dateFormat;
+    m_CurrentDate = GetDateFormat(found ? status.st_mtime : 0, m_DateFormat);
+    return CheckLogDate();
+}
+
+bool FileLogger::Write(std::ostringstream* line) {
+    return m_Pool && m_Pool->Enqueue(line);
+}
+
+void FileLogger::Drain(std::chrono::milliseconds limit) {
+    const auto end = std::chrono::steady_clock::now() + limit;
+    while (m_Pool && m_Pool->Pending() > 0 && std::chrono::steady_clock::now() < end)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
+std::string FileLogger::GetLogTime() {
+    std::string text;
+    AppendTime(text);
+    return text;
+}
+
+std::string FileLogger::GetDateFormat(time_t when, std::string format) {
+    char buffer[64] = {};
+    tm local{};
+    localtime_r(&when, &local);
+    strftime(buffer, sizeof buffer, format.c_str(), &local);
+    return buffer;
+}
+
+int FileLogger::getFileSize() const {
+    const int32_t bytes = m_FileSize;
+    return bytes < 1 ? 0 : bytes >> 10;
+}
+
+void FileLogger::OpenForAppending(const std::string& path) {
+    m_Stream.Reset(open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666));
+}
+
+bool FileLogger::CheckLogDate() {
+    const std::string date = GetDateFormat(time(nullptr), m_DateFormat);
+    if (date == m_CurrentDate && m_Stream.Valid())
+        return true;
+    m_Stream.Reset();
+    OpenForAppending(m_Directory + PATH_SEPARATOR + m_Name + "-" + date + LOG_EXTENSION);
+    if (!m_Stream.Valid())
+        return false;
+    m_CurrentDate = date;
+    CheckLogCount();
+    return true;
+}
+
+bool FileLogger::CheckLogSize() {
+    if (getFileSize() >= m_MaxFileSize) {
+        const std::string path = m_Directory + PATH_SEPARATOR + m_Name;
+        m_Stream.Reset();
+        rename(path.c_str(), (path + "." + GetLogTime()).c_str());
+        OpenForAppending(path);
+        if (m_Stream.Valid())
+            CheckLogCount();
+    }
+    return m_Stream.Valid();
+}
+
+void FileLogger::CheckLogCount() {
+    m_MaxFileCount = std::max(m_MaxFileCount, LEAST_FILE_COUNT);
+    // Once for the life of the process: files of an earlier date format are left alone, deliberately.
+    static const auto length = static_cast<unsigned>(m_Name.size() + m_CurrentDate.size() + 5);
+    std::set<std::string> files;
+    int count = GetLogFileList(files, length);
+    for (const std::string& file : files) {
+        if (count <= m_MaxFileCount)
+            break;
+        const std::string path = m_Directory + PATH_SEPARATOR + file;
+        std::cout << "unlink file : " << path << std::endl;
+        --count;
+        unlink(path.c_str());
+    }
+}
+
+int FileLogger::GetLogFileList(std::set<std::string>& files, unsigned nameLength) {
+    const DirectoryPtr directory(opendir(m_Directory.c_str()));
+    if (!directory) {
+        const int error = errno;
+        std::cout << "opendir error[" << error << "]:" << m_Directory << std::endl;
+        return -1;
+    }
+    while (const dirent* entry = readdir(directory.get())) {
+        const std::string name = entry->d_name;
+        if (name == "." || name == "..")
+            continue;
+        struct stat status {};
+        if (lstat((m_Directory + PATH_SEPARATOR + name).c_str(), &status) != 0 || !S_ISREG(status.st_mode))
+            continue;
+        if (name.size() != nameLength || name.size() < LOG_EXTENSION.size() ||
+            name.compare(name.size() - LOG_EXTENSION.size(), std::string::npos, LOG_EXTENSION) != 0 ||
+            name.compare(0, m_Name.size(), m_Name) != 0)
+            continue;
+        files.insert(name);
+    }
+    return static_cast<int>(files.size());
+}
+
+void FileLogger::OnExecute(void* item) {
+    if (!item)
+        return;
+    const std::unique_ptr<std::ostringstream> line(static_cast<std::ostringstream*>(item));
+    // A file that was removed, with its directory or alone, would swallow every line until the date changes.
+    struct stat status {};
+    if (m_Stream.Valid() && fstat(m_Stream.Get(), &status) == 0 && status.st_nlink == 0)
+        m_Stream.Reset();
+    if (!CheckLogDate())
+        return;
+    const std::string text = line->str();
+    // A line that cannot be written (full disk) is lost, and the next one is tried afresh.
+    (void)WriteAll(m_Stream.Get(), text.data(), text.size());
+    if (m_CloseAfterWrite)
+        m_Stream.Reset();
+}
+
+void FileLogger::OnDeletor(void* item) {
+    delete static_cast<std::ostringstream*>(item);
+}
+
+void FileLogger::AppendPrefix(std::string& out, const LogTag& tag, std::string_view function) const {
+    AppendTime(out);
+    out.append(FIELD_SEPARATOR).append(m_Module).append(FIELD_SEPARATOR);
+    out.append(tag.name).append(FIELD_SEPARATOR).append(m_TagField).append(FIELD_SEPARATOR);
+    out.append("[").append(std::to_string(m_Pid)).append("][").append(function).append("] ");
+}
+
+LogLine::LogLine(const LogTag& tag, std::string_view function, int sourceLine)
+    : m_Line(std::make_unique<std::ostringstream>()), m_SourceLine(sourceLine) {
+    thread_local std::string prefix; // keeps its memory from line to line
+    prefix.clear();
+    FileLogger::instance()->AppendPrefix(prefix, tag, function);
+    m_Line->rdbuf()->sputn(prefix.data(), static_cast<std::streamsize>(prefix.size()));
+}
+
+LogLine::~LogLine() {
+    // Past the stream's formatting state, so that the message's manipulators change nothing here.  A stream
+    // that a piece has failed (a null text) drops what follows, but the next line still begins on a line of
+    // its own.
+    char suffix[32];
+    const int length = m_Line->good() ? snprintf(suffix, sizeof suffix, " [L:%d]\n", m_SourceLine)
+                                      : snprintf(suffix, sizeof suffix, "\n");
+    m_Line->rdbuf()->sputn(suffix, length);
+
+    FileLogger* logger = FileLogger::instance();
+    if (logger->ToConsole())
+        std::cout << m_Line->str() << std::flush;
+    else if (logger->Write(m_Line.get()))
+        (void)m_Line.release(); // the logger's now
+}
+
+} // namespace qz::common

@@ -1,0 +1,81 @@
+// The single-instance guard.  Tested in tests/common/ProcessTest.cpp.
+#include "common/Process.h"
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <iostream>
+
+#include "common/FileLogger.h"
+#include "common/PathConstants.h"
+#include "common/Util.h"
+
+namespace qz::common {
+
+namespace {
+
+constexpr int DIRECTORY_MODE = 0731; // as it is, deliberately
+
+} // namespace
+
+Process::Process(std::string name) : m_Name(std::move(name)), m_Pid(getpid()) {
+    const size_t separator = m_Name.rfind(PATH_SEPARATOR);
+    if (separator != std::string::npos)
+        m_Name.erase(0, separator + PATH_SEPARATOR.size());
+}
+
+Process::~Process() {
+    Release();
+}
+
+void Process::Release() {
+    if (m_Owner) {
+        unlink(PidPath().c_str());
+        unlink(LockPath().c_str());
+        m_Owner = false;
+    }
+    Unlock();
+}
+
+bool Process::Init(bool lock) {
+    Util::MakeDirs(LOCK_DIR, DIRECTORY_MODE);
+    Util::MakeDirs(PID_DIR, DIRECTORY_MODE);
+    m_Owner = false;
+    if (lock && Lock() == -1) {
+        std::cout << " * already running process:" << m_Name << std::endl;
+        return false;
+    }
+    if (Util::LogPID(PidPath()) != 0) {
+        std::cout << " * failure to log pid:" << PidPath() << std::endl;
+        return false;
+    }
+    m_Owner = true;
+    return true;
+}
+
+int Process::Lock() {
+    Unlock(); // a lock already held would refuse the second one
+    m_LockDescriptor = Util::FileLock(LockPath());
+    return m_LockDescriptor;
+}
+
+void Process::Unlock() {
+    if (m_LockDescriptor < 1)
+        return;
+    close(m_LockDescriptor);
+    m_LockDescriptor = 0;
+}
+
+void Process::FileKill() {
+    const int pid = Util::ReadPID(PidPath());
+    if (Util::AlivePID(pid, m_Name))
+        Util::KillPID(pid);
+    else
+        QZ_LOG(ERR, m_Name << " is not running.");
+}
+
+int Process::CurrentKill() {
+    return kill(m_Pid, SIGTERM);
+}
+
+} // namespace qz::common

@@ -1,0 +1,88 @@
+// The worker pool.  Enqueue, OnRun.  Tested in tests/common/LoggerTest.cpp.
+#include "common/ThreadPool.h"
+
+#include <chrono>
+
+#include "common/IExecutor.h"
+#include "common/Util.h"
+
+namespace qz::common {
+
+namespace {
+
+// The enqueuer signals under the queue lock while a worker waits under the wait lock, so a wake-up can be
+// missed; this bounds what that costs.
+constexpr std::chrono::milliseconds IDLE_WAIT{10};
+
+constexpr int JOIN_MILLISECONDS = 3000;
+
+} // namespace
+
+ThreadPool::ThreadPool(IExecutor* executor, int threadCount, int queueLimit)
+    : m_Executor(executor), m_ThreadCount(threadCount), m_QueueLimit(queueLimit), m_PendingCount(0),
+      m_Running(true) {
+    for (int i = 0; i < m_ThreadCount; ++i)
+        m_Threads.push_back(new std::thread(&ThreadPool::OnRun, this));
+}
+
+ThreadPool::~ThreadPool() {
+    m_Running = false;
+    for (std::thread* thread : m_Threads) {
+        // Returns only once the thread has ended, whatever it reports: the items below have no other reader
+        // left.
+        Util::WaitForJoin(thread, JOIN_MILLISECONDS);
+        delete thread;
+    }
+    m_Threads.clear();
+
+    const std::lock_guard<std::mutex> lock(m_QueueLock);
+    while (!m_Queue.empty()) {
+        void* item = m_Queue.front();
+        m_Queue.pop_front();
+        if (m_Executor)
+            m_Executor->OnDeletor(item);
+    }
+}
+
+bool ThreadPool::Enqueue(void* item) {
+    if (!item)
+        return false;
+    const std::lock_guard<std::mutex> lock(m_QueueLock);
+    const size_t queued = m_Queue.size();
+    // The size before the append is what is compared, so the queue admits one item more than the limit:
+    // deliberate.
+    if (m_QueueLimit < static_cast<int64_t>(queued))
+        return false;
+    m_Queue.push_back(item);
+    ++m_PendingCount;
+    if (queued == 0)
+        m_Signal.notify_one();
+    return true;
+}
+
+void* ThreadPool::TakeFront() {
+    const std::lock_guard<std::mutex> lock(m_QueueLock);
+    if (m_Queue.empty()) {
+        m_PendingCount = 0;
+        return nullptr;
+    }
+    void* item = m_Queue.front();
+    m_Queue.pop_front();
+    --m_PendingCount;
+    return item;
+}
+
+void ThreadPool::OnRun() {
+    while (m_Running) {
+        if (void* item = TakeFront()) {
+            if (m_Executor)
+                m_Executor->OnExecute(item);
+            if (m_Running)
+                continue; // a busy queue is drained without waiting
+        }
+        std::unique_lock<std::mutex> lock(m_WaitLock);
+        m_Signal.wait_until(lock, std::chrono::steady_clock::now() + IDLE_WAIT);
+    }
+}
+
+} // namespace qz::common

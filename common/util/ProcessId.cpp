@@ -1,0 +1,135 @@
+// Pid files, lock files and the processes they name.  Used by Process.  Tested in
+// tests/common/ProcessTest.cpp.
+#include "common/Util.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+
+#include "common/FileLogger.h"
+#include "common/Owners.h"
+
+namespace qz::common {
+
+namespace {
+
+constexpr size_t COMM_LENGTH = 15;      // what the kernel keeps of a process name
+constexpr size_t PID_FILE_LIMIT = 4096; // a pid file is shorter; what is not one may have no end
+constexpr int LOCK_ATTEMPTS = 10;
+constexpr int KILL_AFTER_SECONDS = 5;
+
+std::string ProcessDirectory(int pid) {
+    return "/proc/" + std::to_string(pid);
+}
+
+// Whether the path still names the file that the descriptor has open.
+bool NamesFile(const std::string& path, int fd) {
+    struct stat named {};
+    struct stat opened {};
+    return lstat(path.c_str(), &named) == 0 && fstat(fd, &opened) == 0 && named.st_dev == opened.st_dev &&
+           named.st_ino == opened.st_ino;
+}
+
+// Whether the process has ended and only waits for its parent to ask.
+bool IsZombie(int pid) {
+    const FilePtr file(fopen((ProcessDirectory(pid) + "/stat").c_str(), "re"));
+    char line[512] = {};
+    if (!file || !fgets(line, sizeof line, file.get()))
+        return false;
+    const char* name = strrchr(line, ')'); // a process name may itself hold blanks and brackets
+    return name && strncmp(name, ") ", 2) == 0 && (name[2] == 'Z' || name[2] == 'X');
+}
+
+bool HasGone(int pid) {
+    return !Util::IsDirectory(ProcessDirectory(pid)) || IsZombie(pid);
+}
+
+} // namespace
+
+int Util::FileLock(std::string path) {
+    // An ending instance removes its lock file before it lets go of the lock.  Whoever had opened that file
+    // before then locks a file that nobody else can find, and so tries again.
+    for (int attempt = 0; attempt < LOCK_ATTEMPTS; ++attempt) {
+        UniqueFd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666));
+        if (!fd.Valid() || fcntl(fd.Get(), F_SETFD, FD_CLOEXEC) != 0 ||
+            flock(fd.Get(), LOCK_EX | LOCK_NB) != 0)
+            return -1;
+        if (NamesFile(path, fd.Get()))
+            return fd.Release();
+    }
+    return -1;
+}
+
+int Util::LogPID(std::string path) {
+    FilePtr file(fopen(path.c_str(), "wbe"));
+    if (!file) {
+        std::cout << "failure to create pid file:" << path << std::endl;
+        return -1;
+    }
+    const bool written = fprintf(file.get(), "%d", static_cast<int>(getpid())) > 0;
+    return fclose(file.release()) == 0 && written ? 0 : -1;
+}
+
+int Util::ReadPID(std::string path) {
+    // Non-blocking, so that a FIFO in the file's place does not hold up the start.
+    const UniqueFd fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (!fd.Valid())
+        return 0;
+    std::string text;
+    for (size_t total = 0; total < PID_FILE_LIMIT;) {
+        char piece[9] = {};
+        const ssize_t count = read(fd.Get(), piece, sizeof piece - 1);
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count <= 0)
+            break;
+        total += static_cast<size_t>(count);
+        text += piece;
+    }
+    const long pid = strtol(text.c_str(), nullptr, 10);
+    return pid > 0 && pid <= INT_MAX ? static_cast<int>(pid) : 0;
+}
+
+bool Util::AlivePID(int pid, std::string name) {
+    if (pid < 1 || !IsDirectory(ProcessDirectory(pid)))
+        return false;
+    if (name.empty())
+        return true;
+    const FilePtr file(fopen((ProcessDirectory(pid) + "/comm").c_str(), "re"));
+    if (!file)
+        return false;
+    std::string text;
+    char line[256];
+    while (fgets(line, sizeof line, file.get()))
+        text += line;
+    name = Trim(name).substr(0, COMM_LENGTH);
+    return Trim(text) == Trim(name);
+}
+
+bool Util::KillPID(int pid) {
+    if (pid < 1)
+        return false;
+    if (kill(pid, SIGTERM) != 0) {
+        const int error = errno;
+        QZ_LOG(ERR, "failure to kill PID:" << pid << " " << strerror(error));
+    }
+    for (;;) {
+        for (int second = 0; second < KILL_AFTER_SECONDS; ++second) {
+            std::this_thread::sleep_for(std::chrono::seconds(1));
+            if (HasGone(pid))
+                return true;
+        }
+        if (kill(pid, SIGKILL) != 0 && errno != ESRCH)
+            return false; // refused now, refused for ever
+    }
+}
+
+} // namespace qz::common
