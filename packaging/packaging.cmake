@@ -6,7 +6,7 @@ install(TARGETS capture RUNTIME DESTINATION /opt/tormel/plinta/agent/latest)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_SET_DESTDIR ON) # the destination is absolute
-set(CPACK_PACKAGING_INSTALL_PREFIX /opt)
+set(CPACK_INSTALL_PREFIX /opt)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_PACKAGE_NAME plinta-capture)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})

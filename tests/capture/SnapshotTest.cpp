@@ -160,7 +160,7 @@ TEST(Snapshot, TheDecoderInheritsNothing) {
     ASSERT_EQ(fcntl(0, F_DUPFD, 100), 100); // as the encoder library's descriptors may be
     RunningSession session;
     ReplaceDecoder("#!/bin/sh\nls /proc/$$/fd | tr '\\n' ' ' > /opt/seen\necho \"$@\" >> /opt/seen\n"
-                   "sed -nE 's/(Sig[BI][lg][kn]):.*(....)$/\\1 \\2/p' /proc/$$/status >> /opt/seen\n");
+                   "sed -nE 's/(Sig[BI][lg][kn]):.*(....)$/\\1 \\2/p' /proc/self/status >> /opt/seen\n");
     EXPECT_TRUE(session.Command("capture_run", "INF kt_md_capture success"));
     const std::string expected = "0 1 10 2 " // 10: the shell's own, its script
                                  "-gif -scale 4/8 -outfile /opt/tormel/plinta/var/tmp/liveview_tmp.gif "
