@@ -1,0 +1,144 @@
+// Digests and hashes.  Tested in tests/common/LibraryTestText.cpp.
+#include "common/Util.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+
+#include <openssl/md5.h>
+#include <openssl/sha.h>
+
+#include "common/Owners.h"
+
+namespace qz::common {
+
+namespace {
+
+constexpr size_t BLOCK = 1024;
+constexpr size_t STREAM_BUFFER = 64 * 1024; // below the blocks, so that few of them cost a system call
+
+struct Md5 {
+    static constexpr int LENGTH = MD5_DIGEST_LENGTH;
+    MD5_CTX context;
+    Md5() { MD5_Init(&context); }
+    void Update(const void* data, size_t size) { MD5_Update(&context, data, size); }
+    void Final(unsigned char* digest) { MD5_Final(digest, &context); }
+};
+
+struct Sha256 {
+    static constexpr int LENGTH = SHA256_DIGEST_LENGTH;
+    SHA256_CTX context;
+    Sha256() { SHA256_Init(&context); }
+    void Update(const void* data, size_t size) { SHA256_Update(&context, data, size); }
+    void Final(unsigned char* digest) { SHA256_Final(digest, &context); }
+};
+
+template <typename Digest>
+std::string HashData(const unsigned char* data, unsigned length, unsigned char* digest) {
+    if (!digest || (!data && length > 0))
+        return "";
+    Digest hash;
+    if (length > 0)
+        hash.Update(data, length);
+    hash.Final(digest);
+    return Util::ToHex(digest, Digest::LENGTH);
+}
+
+template <typename Digest>
+bool HashFile(const std::string& path, std::string& hex) {
+    hex.clear();
+    const FilePtr file(fopen(path.c_str(), "rbe"));
+    if (!file)
+        return false;
+    setvbuf(file.get(), nullptr, _IOFBF, STREAM_BUFFER);
+    Digest hash;
+    unsigned char block[BLOCK];
+    size_t count = 0;
+    do {
+        memset(block, 0, sizeof block);
+        count = fread(block, 1, sizeof block, file.get());
+        hash.Update(block, count);
+    } while (count == sizeof block);
+    if (ferror(file.get()))
+        return false;
+    unsigned char digest[Digest::LENGTH];
+    hash.Final(digest);
+    hex = Util::ToHex(digest, Digest::LENGTH);
+    return true;
+}
+
+// Two bytes, the low one first, wherever they lie.
+uint32_t Half(const unsigned char* data) {
+    return data[0] | static_cast<uint32_t>(data[1]) << 8;
+}
+
+} // namespace
+
+std::string Util::ToHex(const unsigned char* bytes, int count) {
+    static const char digits[] = "0123456789abcdef";
+    std::string text;
+    for (int i = 0; bytes && i < count; ++i) {
+        text += digits[bytes[i] >> 4];
+        text += digits[bytes[i] & 15];
+    }
+    return text;
+}
+
+std::string Util::Md5Hash(const unsigned char* data, unsigned int length, unsigned char* digest) {
+    return HashData<Md5>(data, length, digest);
+}
+
+std::string Util::Sha256Hash(const unsigned char* data, unsigned int length, unsigned char* digest) {
+    return HashData<Sha256>(data, length, digest);
+}
+
+bool Util::Md5File(const std::string& path, std::string& hex) {
+    return HashFile<Md5>(path, hex);
+}
+
+bool Util::Sha256File(const std::string& path, std::string& hex) {
+    return HashFile<Sha256>(path, hex);
+}
+
+unsigned int Util::SuperFastHash(const char* data, unsigned int length) {
+    if (!data || length == 0)
+        return 0;
+    const auto* bytes = reinterpret_cast<const unsigned char*>(data);
+    uint32_t hash = length;
+    for (unsigned blocks = length / 4; blocks > 0; --blocks, bytes += 4) {
+        hash += Half(bytes);
+        const uint32_t mixed = (Half(bytes + 2) << 11) ^ hash;
+        hash = (hash << 16) ^ mixed;
+        hash += hash >> 11;
+    }
+    switch (length % 4) {
+    case 3:
+        hash += Half(bytes);
+        hash ^= hash << 16;
+        hash ^= static_cast<uint32_t>(bytes[2])
+                << 18; // unsigned, where the published function takes it signed
+        hash += hash >> 11;
+        break;
+    case 2:
+        hash += Half(bytes);
+        hash ^= hash << 11;
+        hash += hash >> 17;
+        break;
+    case 1:
+        hash += static_cast<uint32_t>(static_cast<signed char>(bytes[0])); // signed, on every machine
+        hash ^= hash << 10;
+        hash += hash >> 1;
+        break;
+    default:
+        break;
+    }
+    hash ^= hash << 3;
+    hash += hash >> 5;
+    hash ^= hash << 4;
+    hash += hash >> 17;
+    hash ^= hash << 25;
+    hash ^= hash << 6; // where the published function adds hash >> 6
+    return hash;
+}
+
+} // namespace qz::common

@@ -1,0 +1,114 @@
+// The desktop user's X display.  Tested in tests/common/LibraryTestDisplay.cpp.
+#include "common/Util.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "common/FileLogger.h"
+#include "common/Owners.h"
+
+namespace qz::common {
+
+namespace {
+
+constexpr const char* ALLOW_ROOT = "xhost + si:localuser:root";
+
+// The value of the first environment entry that starts with key, from the processes that the pids command
+// feeds.
+std::string EnvironmentEntry(const std::string& environments, const std::string& key) {
+    return Util::PopenCommand(environments + " grep -m1 '^" + key + "' | " + " awk -F '=' '{ print $2 }' |" +
+                              " tr '\\n' '\\0'");
+}
+
+std::string FirstOf(const std::string& preferred, std::string (*otherwise)()) {
+    return preferred.empty() ? otherwise() : preferred;
+}
+
+std::string AuthorityOfAnyProcess() {
+    return Util::GetEnvironmentPs("XAUTHORITY=");
+}
+
+bool AllowRoot() {
+    return !Util::PopenCommand(ALLOW_ROOT).empty();
+}
+
+} // namespace
+
+std::string Util::GetEnvironmentWho(const std::string& key) {
+    return EnvironmentEntry("who | grep -v pts | awk '{ print $1 }' | sort -u | xargs -I{} id -u {} | "
+                            "xargs -I{} ps -u {} -o pid= | xargs -I{} cat /proc/{}/environ 2>/dev/null | "
+                            "tr '\\0' '\\n' 2>/dev/null |",
+                            key);
+}
+
+std::string Util::GetEnvironmentPs(const std::string& key) {
+    return EnvironmentEntry("ps -e -o pid= | xargs -I{} cat /proc/{}/environ 2>/dev/null | tr '\\0' '\\n' |",
+                            key);
+}
+
+std::string Util::GetProcessXauth() {
+    return PopenCommand("ps -ef | grep X | grep '\\-auth ' | grep -v grep | grep -Po '(?<=\\-auth ).*' | "
+                        "awk '{ print $1 }' |  tr '\\n' '\\0'");
+}
+
+std::string Util::GetDefaultXAuthPath() {
+    const FilePtr file(fopen("/etc/X11/default-display-manager", "re"));
+    std::string text;
+    char piece[256];
+    for (size_t count; file && (count = fread(piece, 1, sizeof piece, file.get())) > 0;)
+        text.append(piece, count);
+    return text.find("lightdm") != std::string::npos ? "/var/lib/lightdm/.Xauthority" : "/var/gdm/:0.Xauth";
+}
+
+bool Util::SetEnvironmentWhoX() {
+    const std::string display = GetEnvironmentWho("DISPLAY=:");
+    if (display.empty())
+        return false;
+    QZ_LOG(DBG, "setenv : DISPLAY=" << display);
+    setenv("DISPLAY", display.c_str(), 1);
+    const std::string auth = FirstOf(GetEnvironmentWho("XAUTHORITY="), GetDefaultXAuthPath);
+    if (!auth.empty()) {
+        QZ_LOG(DBG, "setenv : XAUTHORITY=" << auth);
+        setenv("XAUTHORITY", auth.c_str(), 1);
+    }
+    return AllowRoot();
+}
+
+bool Util::SetEnvironmentPsX() {
+    const std::string display = GetEnvironmentPs("DISPLAY=:"); // empty is no failure here
+    if (!display.empty()) {
+        QZ_LOG(DBG, "setenv : DISPLAY=" << display);
+        setenv("DISPLAY", display.c_str(), 1);
+    }
+    const std::string auth = FirstOf(GetProcessXauth(), AuthorityOfAnyProcess);
+    if (!auth.empty()) {
+        QZ_LOG(DBG, "setenv : XAUTHORITY=" << auth);
+        setenv("XAUTHORITY", auth.c_str(), 1);
+    }
+    return AllowRoot();
+}
+
+bool Util::SetEnvironmentX() {
+    // Without a socket the command still prints a colon, and the strategy goes on with that.
+    const std::string display = PopenCommand(
+        "echo \":$(ls -t /tmp/.X11-unix/* | sed 's#/tmp/.X11-unix/X##' | head -n 1)\" |tr '\\n' '\\0'");
+    if (display.empty())
+        return false;
+    QZ_LOG(DBG, "setenv : DISPLAY=" << display);
+    setenv("DISPLAY", display.c_str(), 1);
+    std::string auth = FirstOf(GetEnvironmentWho("XAUTHORITY="), GetDefaultXAuthPath);
+    if (!auth.empty()) {
+        QZ_LOG(DBG, "setenv : XAUTHORITY=" << auth);
+        setenv("XAUTHORITY", auth.c_str(), 1);
+    }
+    if (AllowRoot())
+        return true;
+    auth = FirstOf(GetProcessXauth(), AuthorityOfAnyProcess);
+    if (!auth.empty()) {
+        QZ_LOG(DBG, "setenv : XAUTHORITY=" << auth);
+        setenv("XAUTHORITY", auth.c_str(), 1);
+    }
+    return AllowRoot();
+}
+
+} // namespace qz::common

@@ -1,0 +1,186 @@
+// Digests, identifiers and conversions, against the system's own programs and functions.
+#include <iconv.h>
+
+#include <clocale>
+#include <cstring>
+#include <set>
+
+#include <gtest/gtest.h>
+
+#include "common/HelperChar.h"
+#include "common/HelperPlatfrom.h"
+#include "common/Util.h"
+#include "tests/support/Support.h"
+
+using namespace qz::common;
+using support::WriteFile;
+
+namespace {
+
+TEST(Digests, AgreeWithTheSystemsPrograms) {
+    for (const size_t size : {0, 1, 1023, 1024, 1025, 2048, 100000}) {
+        SCOPED_TRACE(size);
+        std::string data;
+        for (size_t i = 0; i < size; ++i)
+            data += static_cast<char>(i * 7 + i / 251);
+        WriteFile("/opt/data", data);
+        const auto* bytes = reinterpret_cast<const unsigned char*>(data.data());
+        unsigned char digest[32];
+        std::string hex;
+        std::string expected = Util::PopenCommand("md5sum /opt/data").substr(0, 32);
+        EXPECT_EQ(Util::Md5Hash(bytes, static_cast<unsigned>(size), digest), expected);
+        EXPECT_EQ(Util::ToHex(digest, 16), expected);
+        EXPECT_TRUE(Util::Md5File("/opt/data", hex));
+        EXPECT_EQ(hex, expected);
+        expected = Util::PopenCommand("sha256sum /opt/data").substr(0, 64);
+        EXPECT_EQ(Util::Sha256Hash(bytes, static_cast<unsigned>(size), digest), expected);
+        EXPECT_TRUE(Util::Sha256File("/opt/data", hex));
+        EXPECT_EQ(hex, expected);
+    }
+    std::string hex = "old";
+    EXPECT_FALSE(Util::Md5File("/opt/missing", hex));
+    EXPECT_EQ(hex, "");
+    EXPECT_FALSE(Util::Sha256File("/opt", hex = "old"));
+    EXPECT_EQ(hex, "");
+    unsigned char digest[32];
+    EXPECT_EQ(Util::Md5Hash(nullptr, 1, digest), "");
+    EXPECT_EQ(Util::ToHex(nullptr, 5), "");
+    EXPECT_EQ(Util::ToHex(reinterpret_cast<const unsigned char*>("\x01\xFE"), 2), "01fe");
+}
+
+// By hand from the definition; the bytes above 0x7F show the signs.
+TEST(Digests, SuperFastHash) {
+    const std::tuple<const char*, unsigned, unsigned> rows[] = {
+        {"", 0, 0x00000000},       {"\x80", 1, 0xD2EF1B81}, {"ab", 2, 0x13C3EBF8},
+        {"ab\x80", 3, 0x78D71BEA}, {"abcd", 4, 0x7A3AD6A5}, {"\xFF\xFE\xFD\xFC\xFB\xFA\xF9", 7, 0x7B2E8F64},
+    };
+    for (const auto& [data, length, hash] : rows) {
+        char shifted[16] = {};
+        memcpy(shifted + 1, data, length); // loads assume no alignment
+        EXPECT_EQ(Util::SuperFastHash(shifted + 1, length), hash) << length;
+    }
+    EXPECT_EQ(Util::SuperFastHash(nullptr, 4), 0U);
+}
+
+TEST(Identifiers, Forms) {
+    std::string bytes(16, '\xFF');
+    EXPECT_EQ(Util::FmtUuid(&bytes[0], true), "FFFFFFFFFFFFFFFFFFFF000000000000");
+    EXPECT_EQ(Util::FmtUuid(&bytes[0], false), "FFFFFFFF-FFFF-FFFF-FFFF-00000000000");
+    bytes = "\x01\x02\x03\x84\x05\x06\x07\x08\x09\x0A\x0B\x0C\x0D\x0E\x0F\x10";
+    EXPECT_EQ(Util::FmtUuid(&bytes[0], false), "01020384-0506-0708-090A-00000000000");
+    EXPECT_EQ(Util::FmtUuid(nullptr, true), "");
+    for (const bool compact : {true, false}) {
+        EXPECT_EQ(Util::GenerateRandGuid(compact).size(), compact ? 32U : 35U);
+        EXPECT_NE(Util::GenerateRandGuidMt(compact), Util::GenerateRandGuidMt(compact));
+    }
+    const std::string random = Util::GenerateUrandGuid();
+    EXPECT_EQ(random.size(), 31U);
+    EXPECT_EQ(random.find_first_not_of("0123456789ABCDEF"), std::string::npos) << random;
+    EXPECT_NE(random, Util::GenerateUrandGuid());
+    EXPECT_EQ(Util::Htonll(0x0102030405060708ULL), 0x0807060504030201ULL);
+    EXPECT_EQ(Util::Ntohll(Util::Htonll(77)), 77U);
+}
+
+TEST(Identifiers, RandomRange) {
+    std::set<int> seen;
+    for (int i = 0; i < 400; ++i)
+        seen.insert(Util::GenerateRandomRange(-2, 3));
+    EXPECT_EQ(seen, std::set<int>({-2, -1, 0, 1, 2, 3}));
+    EXPECT_EQ(Util::GenerateRandomRange(5, 5), 5);
+    EXPECT_EQ(Util::GenerateRandomRange(6, 5), 6);
+    EXPECT_NE(Util::GenerateRandomRange(INT32_MIN, INT32_MAX),
+              Util::GenerateRandomRange(INT32_MIN, INT32_MAX));
+}
+
+// What iconv makes of the text.
+template <typename Out, typename In>
+Out Convert(const char* to, const char* from, const In& text) {
+    const iconv_t converter = iconv_open(to, from);
+    std::string out(text.size() * 8 + 8, '\0');
+    char* source = const_cast<char*>(reinterpret_cast<const char*>(text.data()));
+    size_t sourceLeft = text.size() * sizeof text[0];
+    char* target = &out[0];
+    size_t targetLeft = out.size();
+    EXPECT_NE(iconv(converter, &source, &sourceLeft, &target, &targetLeft), static_cast<size_t>(-1));
+    iconv_close(converter);
+    return Out(reinterpret_cast<typename Out::value_type*>(&out[0]),
+               (out.size() - targetLeft) / sizeof(typename Out::value_type));
+}
+
+TEST(Characters, AllPlanesAgreeWithTheSystem) {
+    for (uint32_t plane = 0; plane <= 0x10; ++plane) {
+        std::wstring wide;
+        for (uint32_t c = plane << 16 | (plane == 0); c < (plane + 1) << 16; ++c) {
+            if (c < 0xD800 || c > 0xDFFF)
+                wide += static_cast<wchar_t>(c);
+        }
+        const auto utf8 = Convert<std::string>("UTF-8", "UTF-32LE", wide);
+        const auto utf16 = Convert<std::u16string>("UTF-16LE", "UTF-32LE", wide);
+        EXPECT_TRUE(HelperChar::LinuxWideCharToUTF8(wide.c_str()) == utf8) << plane;
+        EXPECT_TRUE(HelperChar::UTF8toLinuxWideChar(utf8.c_str()) == wide) << plane;
+        EXPECT_TRUE(HelperChar::WinWideChartoUTF8(utf16.c_str()) == utf8) << plane;
+        std::u16string units(utf8.size() + 1, u'x');
+        units.resize(static_cast<size_t>(HelperChar::UTF8toWinWideChar(utf8.c_str(), &units[0])));
+        EXPECT_TRUE(units == utf16) << plane;
+    }
+}
+
+TEST(Characters, EachMaximalInvalidPieceIsReplacedOnce) {
+    const std::pair<const char*, const wchar_t*> rows[] = {{"\xC0\xAF", L"\xFFFD\xFFFD"},
+                                                           {"\xE0\x80\xAF", L"\xFFFD\xFFFD\xFFFD"},
+                                                           {"\xED\xA0\x80", L"\xFFFD\xFFFD\xFFFD"},
+                                                           {"a\xE2\x82", L"a\xFFFD"},
+                                                           {"\xF0\x9F\x98z", L"\xFFFDz"},
+                                                           {"\xF4\x90\x80\x80", L"\xFFFD\xFFFD\xFFFD\xFFFD"},
+                                                           {"\x80\xFF", L"\xFFFD\xFFFD"},
+                                                           {"\xE2\xE2\x82\xAC", L"\xFFFD\x20AC"},
+                                                           {"\xF5", L"\xFFFD"},
+                                                           {"", L""}};
+    for (const auto& [text, expected] : rows)
+        EXPECT_EQ(HelperChar::UTF8toLinuxWideChar(text), expected) << text;
+    const std::pair<std::u16string, const char*> halves[] = {{u"\xD800z", "\xEF\xBF\xBDz"},
+                                                             {u"\xDC00\xD800", "\xEF\xBF\xBD\xEF\xBF\xBD"},
+                                                             {u"\xD83D\xDE00", "\xF0\x9F\x98\x80"}};
+    for (const auto& [text, expected] : halves)
+        EXPECT_EQ(HelperChar::WinWideChartoUTF8(text.c_str()), expected);
+    const wchar_t outside[] = {0x110000, 0xD800, -1, 0};
+    EXPECT_EQ(HelperChar::LinuxWideCharToUTF8(outside), "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD");
+    EXPECT_EQ(HelperChar::LinuxWideCharToUTF8(nullptr) + HelperChar::WinWideChartoUTF8(nullptr), "");
+    EXPECT_EQ(HelperChar::UTF8toLinuxWideChar(nullptr) + HelperChar::MbstrToWstr(nullptr), L"");
+    char16_t units[2] = {u'x', u'x'};
+    EXPECT_EQ(HelperChar::UTF8toWinWideChar(nullptr, units), 0);
+    EXPECT_EQ(units[0], 0);
+    EXPECT_EQ(HelperChar::UTF8toWinWideChar("a", nullptr), 0);
+}
+
+TEST(Characters, TheLocaleDecides) {
+    setlocale(LC_ALL, "C");
+    EXPECT_EQ(HelperChar::WcstrToStr(L"\x20AC"), "");
+    EXPECT_EQ(HelperChar::WcstrToStr(nullptr), "");
+    ASSERT_NE(setlocale(LC_ALL, "C.UTF-8"), nullptr);
+    EXPECT_EQ(HelperChar::WcstrToStr(L"a\x20AC"), "a\xE2\x82\xAC");
+    EXPECT_EQ(HelperChar::MbstrToWstr("a\xE2\x82\xAC"), L"a\x20AC");
+    EXPECT_EQ(HelperChar::MbstrToWstr("\xFF"), L"");
+}
+
+TEST(Platform, TimesAndWidths) {
+    EXPECT_TRUE(HelperPlatfrom::IsLittleEndian());
+    EXPECT_EQ(HelperPlatfrom::WinFileTimeToUnixTime(116444736000000000), 0);
+    EXPECT_EQ(HelperPlatfrom::WinFileTimeToUnixTime(132223104000000000), 1577836800); // 2020-01-01
+    EXPECT_EQ(HelperPlatfrom::UnixTimeToWinFileTime(1577836800), 132223104000000000);
+    EXPECT_EQ(HelperPlatfrom::WinFileTimeToUnixTime(-5) + HelperPlatfrom::UnixTimeToWinFileTime(0), 0);
+    const wchar_t wide[] = {0x12345678, 0x9ABC};
+    short narrow[2] = {1, 1};
+    EXPECT_TRUE(HelperPlatfrom::UnixToWinWcharBytes(wide, 2, narrow));
+    EXPECT_EQ(narrow[0], 0x5678);
+    EXPECT_FALSE(HelperPlatfrom::UnixToWinWcharBytes(nullptr, 0, narrow));
+    EXPECT_TRUE(HelperPlatfrom::UnixToWinWcharBytes(wide, -1, narrow));
+    wchar_t back[] = {0x11111111, 0x22222222};
+    EXPECT_EQ(HelperPlatfrom::WinToUnixWcharBytes(narrow, 2, back), back);
+    EXPECT_EQ(back[0], 0x11115678); // the upper two bytes stay
+    EXPECT_EQ(back[1], 0x22229ABC);
+    EXPECT_EQ(HelperPlatfrom::WinToUnixWcharBytes(narrow, 0, back), narrow);
+    EXPECT_EQ(HelperPlatfrom::WinToUnixWcharBytes(narrow, 1, nullptr), nullptr);
+}
+
+} // namespace
