@@ -48,11 +48,11 @@ TEST(Digests, AgreeWithTheSystemsPrograms) {
     EXPECT_EQ(Util::ToHex(reinterpret_cast<const unsigned char*>("\x01\xFE"), 2), "01fe");
 }
 
-// By hand from the definition; the bytes above 0x7F show the signs.
+// Worked out by a second implementation, in another language; the bytes above 0x7F show the signs.
 TEST(Digests, SuperFastHash) {
     const std::tuple<const char*, unsigned, unsigned> rows[] = {
-        {"", 0, 0x00000000},       {"\x80", 1, 0xD2EF1B81}, {"ab", 2, 0x13C3EBF8},
-        {"ab\x80", 3, 0x78D71BEA}, {"abcd", 4, 0x7A3AD6A5}, {"\xFF\xFE\xFD\xFC\xFB\xFA\xF9", 7, 0x7B2E8F64},
+        {"", 0, 0x00000000},       {"\x80", 1, 0x3D4CCEB7}, {"ab", 2, 0x5A9D2E85},
+        {"ab\x80", 3, 0x565EB567}, {"abcd", 4, 0x09C9A4E5}, {"\xFF\xFE\xFD\xFC\xFB\xFA\xF9", 7, 0xD8D45797},
     };
     for (const auto& [data, length, hash] : rows) {
         char shifted[16] = {};
