@@ -12,8 +12,11 @@ bool DecryptAes::CbcDecrypt(const char* data, unsigned length, PacketBuffer& out
     if (!data || length == 0 || length % BLOCK != 0)
         return false;
     AES_KEY schedule;
+    const bool inPlace = data == out.Data();
     if (AES_set_decrypt_key(Key(), KeyBits(), &schedule) != 0 || !Prepare(out, length))
         return false;
+    if (inPlace)
+        data = out.Data(); // may have moved
     unsigned char iv[BLOCK];
     CopyIV(iv);
     AES_cbc_encrypt(reinterpret_cast<const unsigned char*>(data),
@@ -24,9 +27,7 @@ bool DecryptAes::CbcDecrypt(const char* data, unsigned length, PacketBuffer& out
 }
 
 bool DecryptAes::FileCbcDecrypt(std::string path, PacketBuffer& out) {
-    PacketBuffer content;
-    return loadFileContent(path, content) &&
-           CbcDecrypt(content.Data(), static_cast<unsigned>(content.Length()), out);
+    return loadFileContent(path, out) && CbcDecrypt(out.Data(), static_cast<unsigned>(out.Length()), out);
 }
 
 } // namespace qz::common

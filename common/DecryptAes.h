@@ -14,6 +14,7 @@ public:
     // lie in out.
     bool CbcDecrypt(const char* data, unsigned length, PacketBuffer& out);
 
+    // The same over a file's bytes; see loadFileContent.
     bool FileCbcDecrypt(std::string path, PacketBuffer& out);
 };
 

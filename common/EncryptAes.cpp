@@ -13,13 +13,16 @@ bool EncryptAes::CbcEncrypt(const char* data, unsigned length, PacketBuffer& out
         return false;
     const unsigned rest = length % BLOCK;
     const unsigned whole = length - rest;
+    const bool inPlace = data == out.Data();
     if (!Prepare(out, uint64_t{whole} + BLOCK))
         return false;
+    if (inPlace)
+        data = out.Data(); // may have moved
     AES_KEY schedule;
     if (AES_set_encrypt_key(Key(), KeyBits(), &schedule) != 0)
         return false;
 
-    // The whole blocks come straight from the data; only the last one, which holds the padding, is put
+    // The whole blocks go straight from the data to out; only the last one, with the padding, is put
     // together.
     unsigned char last[BLOCK];
     memcpy(last, data + whole, rest);
@@ -35,9 +38,7 @@ bool EncryptAes::CbcEncrypt(const char* data, unsigned length, PacketBuffer& out
 }
 
 bool EncryptAes::FileCbcEncrypt(std::string path, PacketBuffer& out) {
-    PacketBuffer content;
-    return loadFileContent(path, content) &&
-           CbcEncrypt(content.Data(), static_cast<unsigned>(content.Length()), out);
+    return loadFileContent(path, out) && CbcEncrypt(out.Data(), static_cast<unsigned>(out.Length()), out);
 }
 
 } // namespace qz::common

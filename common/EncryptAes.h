@@ -10,9 +10,11 @@ namespace qz::common {
 // beginnings give equal ciphertexts.
 class EncryptAes : public AesKey {
 public:
-    // False for no data, and when the result would exceed the buffer's limit.  The data must not lie in out.
+    // False for no data, and when the result would exceed the buffer's limit.  The data is either
+    // all of what out holds, and is then replaced, or lies elsewhere.
     bool CbcEncrypt(const char* data, unsigned length, PacketBuffer& out);
 
+    // The same over a file's bytes; see loadFileContent.
     bool FileCbcEncrypt(std::string path, PacketBuffer& out);
 };
 
