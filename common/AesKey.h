@@ -22,8 +22,8 @@ public:
     // Takes a copy of an IV of 16 bytes; likewise.
     bool SetIV(PacketBuffer& iv);
 
-    // The file's bytes.  False when it is no regular file, cannot be opened or read as a whole, or is above the
-    // buffer's limit less one.
+    // The file's bytes.  False when it is no regular file, cannot be opened or read as a whole, or is above
+    // the buffer's limit less one.
     bool loadFileContent(std::string path, PacketBuffer& out);
 
 protected:

@@ -41,7 +41,7 @@ PacketBuffer& PacketBuffer::operator=(const PacketBuffer& other) {
 
 // Not through Assign, which needs room for a zero byte that a buffer at the limit does not have.
 void PacketBuffer::Copy(const PacketBuffer& other) {
-    if (!Allocate(other.m_Capacity) || other.Empty())
+    if (!Allocate(other.m_Capacity) || !m_Data || other.Empty())
         return;
     memcpy(m_Data, other.m_Data, static_cast<size_t>(other.m_Length));
     SetLength(other.m_Length);
@@ -121,7 +121,7 @@ bool PacketBuffer::Put(int at, const char* bytes, int count) {
     const int64_t end = static_cast<int64_t>(at) + count;
     if (end >= m_Capacity && (end + GROWTH > LIMIT || !Resize(static_cast<int>(end) + GROWTH)))
         return false;
-    if (count > 0)
+    if (count > 0 && m_Data)
         memmove(m_Data + at, bytes, static_cast<size_t>(count));
     return end <= m_Length || SetLength(static_cast<int>(end));
 }
