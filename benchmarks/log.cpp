@@ -132,8 +132,9 @@ int main() {
     Report report("The log");
     CompareBursts(report, 1, 1.5);
     CompareBursts(report, 10, 2.0);
-    // One step more than a load and a comparison would double it; the rest is how the loops lie in memory.
-    CompareDisabled(report, 1.2);
+    // A quarter of a nanosecond each: the limit leaves room for how the two loops lie in memory, not for a
+    // call.
+    CompareDisabled(report, 1.5);
 
     FileLogger::instance()->Drain(std::chrono::seconds(1));
     delete FileLogger::instance();

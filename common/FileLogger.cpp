@@ -23,6 +23,10 @@ namespace {
 constexpr int QUEUE_LIMIT = 1000000;
 constexpr int32_t LEAST_FILE_COUNT = 10;
 
+// What a burst needs; a longer one makes new lines.  A line that has grown long gives its memory back.
+constexpr size_t SPARE_LIMIT = 16;
+constexpr size_t SPARE_LENGTH = 4096;
+
 // YYYY-MM-DD HH:MM:SS.mmm.  The local time of a second is worked out once per thread.
 void AppendTime(std::string& out) {
     struct Second {
@@ -207,7 +211,7 @@ int FileLogger::GetLogFileList(std::set<std::string>& files, unsigned nameLength
 void FileLogger::OnExecute(void* item) {
     if (!item)
         return;
-    const std::unique_ptr<std::ostringstream> line(static_cast<std::ostringstream*>(item));
+    std::unique_ptr<std::ostringstream> line(static_cast<std::ostringstream*>(item));
     // A file that was removed, with its directory or alone, would swallow every line until the date changes.
     struct stat status {};
     if (m_Stream.Valid() && fstat(m_Stream.Get(), &status) == 0 && status.st_nlink == 0)
@@ -219,6 +223,30 @@ void FileLogger::OnExecute(void* item) {
     (void)WriteAll(m_Stream.Get(), text.data(), text.size());
     if (m_CloseAfterWrite)
         m_Stream.Reset();
+    if (text.size() <= SPARE_LENGTH)
+        KeepLine(std::move(line));
+}
+
+std::unique_ptr<std::ostringstream> FileLogger::NewLine() {
+    {
+        const std::lock_guard<std::mutex> lock(m_SpareLock);
+        if (!m_Spare.empty()) {
+            std::unique_ptr<std::ostringstream> line = std::move(m_Spare.back());
+            m_Spare.pop_back();
+            return line;
+        }
+    }
+    return std::make_unique<std::ostringstream>();
+}
+
+void FileLogger::KeepLine(std::unique_ptr<std::ostringstream> line) {
+    static const std::ios untouched(nullptr);
+    line->str({});
+    line->clear();
+    line->copyfmt(untouched); // a message's manipulators are not the next one's
+    const std::lock_guard<std::mutex> lock(m_SpareLock);
+    if (m_Spare.size() < SPARE_LIMIT)
+        m_Spare.push_back(std::move(line));
 }
 
 void FileLogger::OnDeletor(void* item) {
@@ -233,7 +261,7 @@ void FileLogger::AppendPrefix(std::string& out, const LogTag& tag, std::string_v
 }
 
 LogLine::LogLine(const LogTag& tag, std::string_view function, int sourceLine)
-    : m_Line(std::make_unique<std::ostringstream>()), m_SourceLine(sourceLine) {
+    : m_Line(FileLogger::instance()->NewLine()), m_SourceLine(sourceLine) {
     thread_local std::string prefix; // keeps its memory from line to line
     prefix.clear();
     FileLogger::instance()->AppendPrefix(prefix, tag, function);

@@ -5,11 +5,13 @@
 #include <cstdint>
 #include <ctime>
 #include <memory>
+#include <mutex>
 #include <ostream>
 #include <set>
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "common/IExecutor.h"
 #include "common/Owners.h"
@@ -90,7 +92,7 @@ public:
     // cannot be read.
     int GetLogFileList(std::set<std::string>& files, unsigned nameLength);
 
-    void OnExecute(void* item) override; // an ostringstream from the heap: writes and deletes it
+    void OnExecute(void* item) override; // an ostringstream from the heap: writes it, keeps or deletes it
     void OnDeletor(void* item) override; // deletes it unwritten
 
     // Whether a statement of this threshold writes anything: one load and one comparison.  Any thread.
@@ -98,6 +100,10 @@ public:
 
     // Everything that precedes the message, in one piece.
     void AppendPrefix(std::string& out, const LogTag& tag, std::string_view function) const;
+
+    // An empty line for Write: one that was written before, where there is one, since making a stream costs
+    // more than filling it.  Any thread.
+    std::unique_ptr<std::ostringstream> NewLine();
 
     // Whether lines go to standard output.
     bool ToConsole() const { return m_Level == CONSOLE_LEVEL || m_Console; }
@@ -107,6 +113,7 @@ private:
 
     FileLogger();
     void OpenForAppending(const std::string& path);
+    void KeepLine(std::unique_ptr<std::ostringstream> line);
 
     static std::atomic<FileLogger*> m_Instance;
     // The level as the statements see it: CONSOLE_LEVEL in console mode, where every tag is written.
@@ -122,6 +129,8 @@ private:
     std::unique_ptr<ThreadPool> m_Pool;
     // Unbuffered, a write per line: a line that could not be written leaves nothing behind for the next one.
     UniqueFd m_Stream;
+    std::mutex m_SpareLock;                                   // guards m_Spare
+    std::vector<std::unique_ptr<std::ostringstream>> m_Spare; // written lines, emptied
     std::string m_Name;
     std::atomic<int32_t> m_FileSize{0}; // bytes
     std::string m_CurrentDate;

@@ -121,7 +121,9 @@ bool PacketBuffer::Put(int at, const char* bytes, int count) {
     const int64_t end = static_cast<int64_t>(at) + count;
     if (end >= m_Capacity && (end + GROWTH > LIMIT || !Resize(static_cast<int>(end) + GROWTH)))
         return false;
-    if (count > 0 && m_Data)
+    if (!m_Data)
+        return false; // cannot be: the capacity is above end
+    if (count > 0)
         memmove(m_Data + at, bytes, static_cast<size_t>(count));
     return end <= m_Length || SetLength(static_cast<int>(end));
 }

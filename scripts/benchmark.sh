@@ -1,6 +1,6 @@
 #!/bin/sh
 # Builds the benchmarks and runs them, each on a private appliance (tests/sandbox.sh); prints the figures beside their
-# limits.  Takes about three minutes, best on a machine that does nothing else.  The exit status is 1 when a figure
+# limits.  Takes about a minute and a half, best on a machine that does nothing else.  The exit status is 1 when a figure
 # misses its limit.
 #
 #   scripts/benchmark.sh [NAME...]     names: request log ends library (default: all)
