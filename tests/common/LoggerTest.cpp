@@ -7,7 +7,6 @@
 #include <atomic>
 #include <filesystem>
 #include <iomanip>
-#include <regex>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -130,9 +129,15 @@ TEST(Logger, LineFormat) {
     Talker::Say(42);
     log.Messages();
     const std::string text = ReadFile(Dated("test"));
-    const std::regex format(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}\|\|INF\|NA\|\[)" +
-                            std::to_string(getpid()) + R"(\]\[Talker::Say\] 42 \[L:\d+\])");
-    EXPECT_TRUE(std::regex_match(text.substr(0, text.find('\n')), format)) << text;
+    // Digits as 0 in the time; the rest to the letter.
+    std::string line = text.substr(0, text.find('\n'));
+    for (size_t i = 0; i < 23 && i < line.size(); ++i)
+        line[i] = isdigit(static_cast<unsigned char>(line[i])) ? '0' : line[i];
+    const size_t number = line.find("[L:");
+    EXPECT_EQ(line.substr(0, number),
+              "0000-00-00 00:00:00.000||INF|NA|[" + std::to_string(getpid()) + "][Talker::Say] 42 ");
+    EXPECT_GT(atoi(line.c_str() + number + 3), 0);
+    EXPECT_EQ(line.back(), ']');
 
     const std::pair<const char*, const char*> signatures[] = {
         {"static qz::common::FileLogger* qz::common::FileLogger::instance()",
