@@ -1,73 +1,51 @@
 // Events, states, library log lines and signals: what is logged and what ends a session.
 #include <set>
-#include <thread>
-
-#include <gtest/gtest.h>
 
 #include "tests/capture/RunningSession.h"
-#include "xenc/simulator/simulator.h"
 
+using namespace support;
 using qz::capture::Capture;
-using support::Appliance;
-using support::Eventually;
-using support::Log;
 
 namespace {
 
-using Texts = std::vector<std::string>;
-
-TEST(Events, TextsOfEveryCode) {
-    EXPECT_EQ(Capture::CovertStrEvent(1), "EVT_MONITOR_CONFIGURATION_CHANGE_DETECT");
-    EXPECT_EQ(Capture::CovertStrEvent(4), "SETUP EVT_BOARD_HW_BTN_SCREENLOCK_CLICKED");
-    EXPECT_EQ(Capture::CovertStrEvent(12), "EVT_MEDIA_HDMI_UNCONNECTED");
-    EXPECT_EQ(Capture::CovertStrEvent(21), "EVT_SYS_TEMPERATURE_EMERGENCY");
-    EXPECT_EQ(Capture::CovertStrEvent(23), "EVT_SYS_USBMOUNT_DISCONNECTED");
-    for (const int code : {0, 24, -1, INT32_MIN, INT32_MAX})
-        EXPECT_EQ(Capture::CovertStrEvent(code), "UNKNOWN") << code;
-    EXPECT_EQ(Capture::CovertStrState(STATE_SETUP_VENC), "STATE_SETUP_VENC");
-    EXPECT_EQ(Capture::CovertStrState(STATE_ENCODING), "STATE_ENCODING");
-    for (const int state : {5, -1})
-        EXPECT_EQ(Capture::CovertStrState(static_cast<H264EncState>(state)), "UNKNOWN") << state;
+// Of the system (s), of the media (m), a signal (x).
+void Report(Capture& capture, char source, int code) {
+    if (source == 'x')
+        capture.OnSignalEvent(code, -1);
+    else
+        EXPECT_TRUE(source == 's' ? xenc_sim_sys_event(code, 0) : xenc_sim_md_event(code, 0));
 }
 
 TEST(Events, OnlyTheListedCodesEndTheSessionAndOnlyFromTheirOwnSource) {
-    const std::set<int> sysEnds = {3, 4, 6, 7, 21};
-    const std::set<int> mdEnds = {12, 14, 16, 17, 18};
-    // All that must not end it, in one session; each that must, in one of its own.
-    {
+    const std::set<std::pair<char, int>> ends = {
+        {'s', 3},  {'s', 4},  {'s', 6},  {'s', 7},       {'s', 21},      {'m', 12},     {'m', 14},
+        {'m', 16}, {'m', 17}, {'m', 18}, {'x', SIGTERM}, {'x', SIGQUIT}, {'x', SIGUSR1}};
+    for (const auto& [source, code] : ends) {
+        SCOPED_TRACE(source + std::to_string(code));
         RunningSession session;
-        for (int code = -1; code <= 25; ++code) {
-            EXPECT_TRUE(sysEnds.count(code) || xenc_sim_sys_event(code, 0));
-            EXPECT_TRUE(mdEnds.count(code) || xenc_sim_md_event(code, 0));
-        }
-        for (const int signal : {SIGINT, SIGHUP, SIGALRM, SIGTSTP})
-            (*session).OnSignalEvent(signal, -1);
-        xenc_sim_flush();
-        EXPECT_FALSE(session.Ended(50));
-        EXPECT_EQ(session.GetLog().Count("DBG SysEvent : EVT_MEDIA_HDMI_UNCONNECTED"), 1);
-        EXPECT_EQ(session.GetLog().Count("DBG MdEvent : EVT_BOARD_HW_BTN_RECORD_CLICKED"), 1);
-        EXPECT_EQ(session.GetLog().Count("DBG Receive unix signal:2, -1"), 1);
-        EXPECT_EQ(session.GetLog().Count("DBG Unused unix signal:2, -1"), 1);
-    }
-    std::vector<std::pair<std::string, std::function<void(Capture*)>>> ends;
-    for (const int code : sysEnds)
-        ends.emplace_back("sys " + std::to_string(code), [code](Capture*) { xenc_sim_sys_event(code, 0); });
-    for (const int code : mdEnds)
-        ends.emplace_back("md " + std::to_string(code), [code](Capture*) { xenc_sim_md_event(code, 0); });
-    for (const int signal : {SIGTERM, SIGQUIT, SIGUSR1})
-        ends.emplace_back("signal " + std::to_string(signal),
-                          [signal](Capture* capture) { capture->OnSignalEvent(signal, -1); });
-    for (const auto& [name, end] : ends) {
-        SCOPED_TRACE(name);
-        xenc_sim_reset();
-        RunningSession session;
-        end(&*session);
+        Report(session.capture, source, code);
         EXPECT_TRUE(session.Ended(5000));
     }
+    RunningSession session;
+    for (const char source : {'s', 'm', 'x'}) {
+        for (int code = -1; code <= 25; ++code) {
+            if (ends.count({source, code}) == 0)
+                Report(session.capture, source, code);
+        }
+    }
+    xenc_sim_flush();
+    EXPECT_FALSE(session.Ended(50));
+    for (const char* line : {"DBG SysEvent : EVT_MEDIA_HDMI_UNCONNECTED", "DBG Unused unix signal:2, -1",
+                             "DBG MdEvent : SETUP EVT_BOARD_HW_BTN_SCREENLOCK_CLICKED"})
+        EXPECT_EQ(session.log.Count(line), 1) << line;
 }
 
-TEST(Events, NullUserTouchesNothingAndBadStatesAreNotRecorded) {
-    Log log;
+TEST(Events, NullUsersUnknownCodesAndNoSession) {
+    Bench bench;
+    EXPECT_EQ(Capture::CovertStrEvent(1), "EVT_MONITOR_CONFIGURATION_CHANGE_DETECT");
+    EXPECT_EQ(Capture::CovertStrEvent(23), "EVT_SYS_USBMOUNT_DISCONNECTED");
+    for (const int code : {0, 24, INT32_MIN, INT32_MAX})
+        EXPECT_EQ(Capture::CovertStrEvent(code), "UNKNOWN") << code;
     EXPECT_FALSE(Capture::onXEncSysEvent(3, 0, nullptr));
     EXPECT_FALSE(Capture::onXEncMdEvent(12, 0, nullptr));
     EXPECT_FALSE(Capture::onXEncMdState(4, 0, nullptr));
@@ -76,42 +54,32 @@ TEST(Events, NullUserTouchesNothingAndBadStatesAreNotRecorded) {
     Capture::onXEncLog(9, nullptr);
     Capture::onXEncLog(4, "dropped");
     Capture::onXEncLog(5, "kept");
-    EXPECT_EQ(log.Messages(), Texts({"DBG LogLevel[5] kept"}));
-    log.Forget();
-    Capture capture;
-    EXPECT_TRUE(Capture::onXEncMdState(4, 0, &capture));
-    EXPECT_FALSE(Capture::onXEncMdState(7, 0, &capture));
-    EXPECT_TRUE(Capture::onXEncSysEvent(3, 0, &capture)); // no session is running: nothing to end
-    EXPECT_EQ(log.Messages(),
-              Texts({"DBG MdState : STATE_ENCODING", "DBG MdState : UNKNOWN", "DBG UNKNOWN STATE : 7",
+    EXPECT_TRUE(Capture::onXEncMdState(4, 0, &bench.capture));
+    EXPECT_FALSE(Capture::onXEncMdState(5, 0, &bench.capture));
+    EXPECT_FALSE(Capture::onXEncMdState(-1, 0, &bench.capture));
+    EXPECT_TRUE(Capture::onXEncSysEvent(3, 0, &bench.capture)); // no session is running: nothing to end
+    EXPECT_EQ(bench.log.Messages(),
+              Texts({"DBG LogLevel[5] kept", "DBG MdState : STATE_ENCODING", "DBG MdState : UNKNOWN",
+                     "DBG UNKNOWN STATE : 5", "DBG MdState : UNKNOWN", "DBG UNKNOWN STATE : -1",
                      "DBG SysEvent : EVT_BOARD_HW_BTN_RECORD_CLICKED"}));
 }
 
 TEST(Events, ManyPartiesEndOneSessionOnce) {
     for (int round = 0; round < 20; ++round) {
-        xenc_sim_reset();
-        const Appliance appliance;
-        Log log;
-        Capture capture;
-        std::vector<std::thread> parties;
-        for (int party = 0; party < 4; ++party) {
-            parties.emplace_back([&capture, party] {
-                for (int i = 0; i < 200; ++i) {
-                    Capture::onXEncSysEvent(party % 2 ? 3 : 8, 0, &capture);
-                    Capture::onXEncMdEvent(party % 2 ? 17 : 13, 0, &capture);
-                    Capture::onXEncMdState(i % 6, 0, &capture);
-                    std::this_thread::sleep_for(std::chrono::microseconds(100));
-                }
-                capture.OnSignalEvent(SIGTERM, -1);
-            });
-        }
+        Bench bench;
+        Capture& capture = bench.capture;
         auto result = std::async(std::launch::async, [&capture] { return capture.Run(); });
-        EXPECT_TRUE(Eventually([&log] { return log.Count("INF Initialize succeed") == 1; }));
-        for (std::thread& party : parties)
-            party.join();
+        OnFourThreads([&capture](int party) {
+            for (int i = 0; i < 200; ++i) {
+                Capture::onXEncSysEvent(party % 2 ? 3 : 8, 0, &capture);
+                Capture::onXEncMdEvent(party % 2 ? 17 : 13, 0, &capture);
+                Capture::onXEncMdState(i % 6, 0, &capture);
+                std::this_thread::sleep_for(std::chrono::microseconds(100));
+            }
+        });
+        EXPECT_TRUE(Eventually([&bench] { return bench.log.Count("INF Initialize succeed") == 1; }));
         capture.OnSignalEvent(SIGTERM, -1);
         EXPECT_EQ(result.get(), 1); // also when it had ended before Run came to wait
-        capture.Stop();
     }
 }
 

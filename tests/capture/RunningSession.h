@@ -1,43 +1,42 @@
 #pragma once
 
-#include <signal.h>
-
-#include <chrono>
 #include <future>
-
-#include <gtest/gtest.h>
 
 #include "capture/Capture.h"
 #include "tests/support/Support.h"
+#include "xenc/simulator/simulator.h"
 
-// An appliance with a session of the engine on a thread of its own, ended with the object.
-class RunningSession {
+// An engine that was not used yet, closed with the object; the simulator at its beginning.
+struct Bench {
+    explicit Bench(int level = 6) : log(level) { xenc_sim_reset(); }
+    ~Bench() { capture.Stop(); }
+    support::Appliance appliance;
+    support::Log log;
+    qz::capture::Capture capture;
+};
+
+// A session of the engine on a thread of its own, ended with the object.
+class RunningSession : public Bench {
 public:
     RunningSession() {
-        EXPECT_TRUE(support::Eventually([this] { return m_Log.Count("INF Initialize succeed") == 1; }));
+        EXPECT_TRUE(support::Eventually([this] { return log.Count("INF Initialize succeed") == 1; }));
     }
     ~RunningSession() {
-        m_Capture.OnSignalEvent(SIGTERM, -1);
+        capture.OnSignalEvent(SIGTERM, -1);
         EXPECT_EQ(m_Result.get(), 1);
-        EXPECT_TRUE(m_Capture.Quiescent());
-        m_Capture.Stop();
+        EXPECT_TRUE(capture.Quiescent());
     }
     bool Ended(int milliseconds) {
         return m_Result.wait_for(std::chrono::milliseconds(milliseconds)) == std::future_status::ready;
     }
-    qz::capture::Capture& operator*() { return m_Capture; }
-    support::Log& GetLog() { return m_Log; }
-
     // Writes a command and waits for the line that it causes.
     bool Command(const std::string& command, const std::string& line) {
-        const int before = m_Log.Count(line);
+        const int before = log.Count(line);
         support::Appliance::Command(command);
-        return support::Eventually([&] { return m_Log.Count(line) > before; });
+        return support::Eventually([&] { return log.Count(line) > before; });
     }
 
 private:
-    support::Appliance m_Appliance;
-    support::Log m_Log;
-    qz::capture::Capture m_Capture;
-    std::future<int> m_Result = std::async(std::launch::async, [this] { return m_Capture.Run(); });
+    // Once the base is there, with the simulator reset.
+    std::future<int> m_Result = std::async(std::launch::async, [this] { return capture.Run(); });
 };

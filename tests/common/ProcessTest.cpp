@@ -1,61 +1,36 @@
 // Lock and pid files with real processes, hostile files included.
-#include <fcntl.h>
-#include <signal.h>
 #include <sys/prctl.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <thread>
-
-#include <gtest/gtest.h>
 
 #include "common/Process.h"
 #include "common/Util.h"
 #include "tests/support/Support.h"
 
+using namespace support;
 using qz::common::Process;
 using qz::common::Util;
-using support::Exists;
-using support::Log;
-using support::ReadFile;
-using support::WriteFile;
 
 namespace {
-
-using Texts = std::vector<std::string>;
 
 const std::string LOCK = "/var/lock/thing.lock";
 const std::string PID = "/var/run/thing.pid";
 
 // A child of that process name, killed and collected with the object.
-class Child {
-public:
-    explicit Child(const char* name, bool stubborn = false, bool ends = false) {
-        m_Pid = fork();
-        if (m_Pid == 0) {
-            prctl(PR_SET_NAME, name);
-            if (stubborn)
-                signal(SIGTERM, SIG_IGN);
-            if (ends)
-                _exit(0);
+struct Child {
+    explicit Child(const std::string& name, bool stubborn = false) : pid(fork()) {
+        if (pid == 0) {
+            signal(SIGTERM, stubborn ? SIG_IGN : SIG_DFL);
+            prctl(PR_SET_NAME, name.c_str());
             for (;;)
                 pause();
         }
-        EXPECT_TRUE(support::Eventually([this, name, ends] {
-            return ends || ReadFile("/proc/" + std::to_string(m_Pid) + "/comm") ==
-                               std::string(name).substr(0, 15) + "\n";
-        }));
+        const std::string comm = "/proc/" + std::to_string(pid) + "/comm";
+        EXPECT_TRUE(Eventually([&] { return ReadFile(comm) == name.substr(0, 15) + "\n"; }));
     }
     ~Child() {
-        kill(m_Pid, SIGKILL);
-        waitpid(m_Pid, nullptr, 0);
+        kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
     }
-    pid_t Pid() const { return m_Pid; }
-
-private:
-    pid_t m_Pid;
+    const pid_t pid;
 };
 
 TEST(Process, OneOwnerAtATimeAndNothingLeftBehind) {
@@ -63,11 +38,7 @@ TEST(Process, OneOwnerAtATimeAndNothingLeftBehind) {
     {
         Process first("/usr/bin/thing");
         ASSERT_TRUE(first.Init(true));
-        EXPECT_EQ(ReadFile(PID), std::to_string(getpid()));
-        {
-            Process second("thing");
-            EXPECT_FALSE(second.Init(true));
-        } // was never the owner
+        EXPECT_FALSE(Process("thing").Init(true)); // was never the owner
         EXPECT_TRUE(Exists(LOCK));
         EXPECT_EQ(ReadFile(PID), std::to_string(getpid()));
         EXPECT_EQ(fcntl(Util::FileLock("/opt/lock"), F_GETFD), FD_CLOEXEC);
@@ -75,38 +46,27 @@ TEST(Process, OneOwnerAtATimeAndNothingLeftBehind) {
     EXPECT_FALSE(Exists(LOCK));
     EXPECT_FALSE(Exists(PID));
     mkdir(PID.c_str(), 0755);
-    {
-        Process third("thing");
-        EXPECT_FALSE(third.Init(true)); // and lets go of the lock
-    }
+    EXPECT_FALSE(Process("thing").Init(true)); // and lets go of the lock
     rmdir(PID.c_str());
-    Process fourth("thing");
-    EXPECT_TRUE(fourth.Init(true));
+    EXPECT_TRUE(Process("thing").Init(true));
     EXPECT_EQ(testing::internal::GetCapturedStdout(), " * already running process:thing\n"
                                                       "failure to create pid file:/var/run/thing.pid\n"
                                                       " * failure to log pid:/var/run/thing.pid\n");
 }
 
 TEST(Process, TwoInstancesNeverOverlap) {
-    std::atomic<int> owners{0};
-    std::atomic<int> most{0};
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < 4; ++thread) {
-        threads.emplace_back([&] {
-            for (int i = 0; i < 500; ++i) {
-                const int fd = Util::FileLock(LOCK);
-                if (fd < 0)
-                    continue;
-                const int now = ++owners;
-                most = std::max(most.load(), now);
-                --owners;
-                unlink(LOCK.c_str()); // as an ending owner does, while it holds the lock
-                close(fd);
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
+    std::atomic<int> owners{0}, most{0};
+    OnFourThreads([&](int) {
+        for (int i = 0; i < 500; ++i) {
+            const int fd = Util::FileLock(LOCK);
+            if (fd < 0)
+                continue;
+            most = std::max(most.load(), ++owners);
+            --owners;
+            unlink(LOCK.c_str()); // as an ending owner does, while it holds the lock
+            close(fd);
+        }
+    });
     EXPECT_EQ(most, 1);
 }
 
@@ -116,64 +76,49 @@ TEST(Process, HostileFilesAreRefused) {
     EXPECT_EQ(Util::FileLock(LOCK), -1);
     EXPECT_EQ(ReadFile("/opt/precious"), "precious");
 
-    const std::pair<std::string, int> rows[] = {
-        {"0", 0},
-        {"", 0},
-        {"-1", 0},
-        {"x", 0},
-        {"99999999999", 0},
-        {"4294967297", 0},
-        {"17", 17},
-        {" 17\n", 17},
-        {std::string(8, ' ') + "123456789", 123456789},
-    };
+    const std::pair<const char*, int> rows[] = {
+        {"0", 0},           {"", 0},           {"-1", 0},
+        {"x", 0},           {"17", 17},        {" 17\n", 17},
+        {"99999999999", 0}, {"4294967297", 0}, {"        12345678", 12345678}};
     for (const auto& [text, pid] : rows) {
         WriteFile(PID, text);
         EXPECT_EQ(Util::ReadPID(PID), pid) << text;
     }
-    EXPECT_EQ(Util::ReadPID("/opt"), 0);
-    EXPECT_EQ(Util::ReadPID("/opt/missing"), 0);
-    EXPECT_EQ(Util::ReadPID("/dev/zero"), 0);
     ASSERT_EQ(mkfifo("/opt/fifo", 0600), 0);
-    EXPECT_EQ(Util::ReadPID("/opt/fifo"), 0);
+    for (const char* path : {"/opt", "/opt/missing", "/dev/zero", "/opt/fifo"})
+        EXPECT_EQ(Util::ReadPID(path), 0) << path;
 }
 
 TEST(Process, AliveMeansThePidAndTheName) {
-    const Child child("thing");
-    const Child longer("a_name_beyond_fifteen");
-    EXPECT_TRUE(Util::AlivePID(child.Pid(), "thing"));
-    EXPECT_TRUE(Util::AlivePID(child.Pid(), " thing\n"));
-    EXPECT_TRUE(Util::AlivePID(child.Pid(), ""));
-    EXPECT_FALSE(Util::AlivePID(child.Pid(), "thin"));
-    EXPECT_TRUE(Util::AlivePID(longer.Pid(), "a_name_beyond_fifteen"));
+    const Child child("thing"), longer("a_name_beyond_fifteen");
+    for (const char* name : {"thing", " thing\n", ""})
+        EXPECT_TRUE(Util::AlivePID(child.pid, name)) << name;
+    EXPECT_FALSE(Util::AlivePID(child.pid, "thin"));
+    EXPECT_TRUE(Util::AlivePID(longer.pid, "a_name_beyond_fifteen"));
     for (const int pid : {0, -1, 99999})
         EXPECT_FALSE(Util::AlivePID(pid, "")) << pid;
     // Whoever else has the pid by now is left alone.
     Log log;
-    WriteFile(PID, std::to_string(longer.Pid()));
+    WriteFile(PID, std::to_string(longer.pid));
     Process("thing").FileKill();
     unlink(PID.c_str());
     Process("thing").FileKill();
-    EXPECT_TRUE(Util::AlivePID(longer.Pid(), "a_name_beyond_f"));
-    EXPECT_EQ(log.Messages(), Texts({"ERR thing is not running.", "ERR thing is not running."}));
+    EXPECT_TRUE(Util::AlivePID(longer.pid, "a_name_beyond_f"));
+    EXPECT_EQ(Joined(log.Messages()), "ERR thing is not running.; ERR thing is not running.");
 }
 
 TEST(Process, KillWaitsAndInsists) {
     Log log;
-    const auto seconds = [](pid_t pid, bool result) {
+    const Child willing("thing"),
+        stubborn("thing", true); // zombies then, as this parent does not collect them
+    const std::tuple<pid_t, bool, int> rows[] = {
+        {0, false, 0}, {willing.pid, true, 1}, {stubborn.pid, true, 6}, {99999, true, 1}};
+    for (const auto& [pid, result, seconds] : rows) {
         const auto start = std::chrono::steady_clock::now();
         EXPECT_EQ(Util::KillPID(pid), result);
-        return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - start)
-            .count();
-    };
-    EXPECT_EQ(seconds(0, false), 0);
-    const Child willing("thing"); // a zombie afterwards, as its parent does not collect it yet
-    EXPECT_EQ(seconds(willing.Pid(), true), 1);
-    EXPECT_EQ(log.Messages(), Texts());
-    EXPECT_EQ(seconds(99999, true), 1);
-    EXPECT_EQ(log.Messages(), Texts({"ERR failure to kill PID:99999 No such process"}));
-    const Child stubborn("thing", true);
-    EXPECT_EQ(seconds(stubborn.Pid(), true), 6);
+        EXPECT_EQ(Since(start) / 1000, seconds) << pid;
+    }
+    EXPECT_EQ(Joined(log.Messages()), "ERR failure to kill PID:99999 No such process");
 }
 
 } // namespace

@@ -1,41 +1,27 @@
 #include "tests/support/Support.h"
 
-#include <fcntl.h>
-#include <signal.h>
-#include <spawn.h>
 #include <sys/ioctl.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <sstream>
-#include <thread>
-
-#include <gtest/gtest.h>
 
 #include "common/FileLogger.h"
+#include "common/Util.h"
 #include "xenc/simulator/simulator.h"
+
+using qz::common::FileLogger;
+using std::chrono::steady_clock;
 
 namespace support {
 
 namespace {
 
-const std::string PROGRAM_DIRECTORY = "/opt/tormel/plinta/agent/latest";
-const std::string TMP_DIRECTORY = "/opt/tormel/plinta/var/tmp";
+const std::string MARK = "end of the messages ";
 
-std::string DatedLog(const std::string& name) {
-    return std::string(Appliance::LOG_DIRECTORY) + "/" + name + "-" +
-           qz::common::FileLogger::GetDateFormat(time(nullptr), "%Y%m%d") + ".log";
-}
-
-std::vector<std::string> Lines(const std::string& text) {
-    std::vector<std::string> lines;
+Texts Lines(const std::string& text) {
+    Texts lines;
     std::istringstream in(text);
     for (std::string line; std::getline(in, line);)
         lines.push_back(line);
@@ -46,17 +32,18 @@ std::vector<std::string> Lines(const std::string& text) {
 
 std::string ReadFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
+    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 void WriteFile(const std::string& path, const std::string& text) {
     std::ofstream(path, std::ios::binary) << text;
 }
 
-bool Exists(const std::string& path) {
-    return access(path.c_str(), F_OK) == 0;
+std::string Joined(const Texts& texts) {
+    std::string all;
+    for (const std::string& text : texts)
+        all += (all.empty() ? "" : "; ") + text;
+    return all;
 }
 
 void Shell(const std::string& command) {
@@ -64,45 +51,53 @@ void Shell(const std::string& command) {
 }
 
 void MakeJpeg(const std::string& path, int width, int height) {
-    WriteFile(path + ".pgm", "P5 " + std::to_string(width) + " " + std::to_string(height) + " 255\n" +
-                                 std::string(static_cast<size_t>(width) * height, 'x'));
-    Shell("cjpeg -outfile " + path + " " + path + ".pgm && rm " + path + ".pgm");
+    const std::string size = std::to_string(width) + " " + std::to_string(height);
+    Shell("(echo P5 " + size + " 255; head -c " + std::to_string(width * height) +
+          " /dev/zero) | cjpeg -outfile " + path);
 }
 
 std::string GifSize(const std::string& path) {
-    const std::string header = ReadFile(path).substr(0, 10);
-    if (header.size() < 10 || header.compare(0, 3, "GIF") != 0)
-        return "no GIF";
-    const auto number = [&header](size_t at) {
-        return std::to_string(static_cast<unsigned char>(header[at]) +
-                              256 * static_cast<unsigned char>(header[at + 1]));
-    };
-    return number(6) + " x " + number(8);
+    return qz::common::Util::PopenCommand("printf '%s %s x %s' $(head -c 3 " + path +
+                                          ") $(od -An -tu2 -j6 -N4 " + path + ")");
 }
 
 bool Eventually(const std::function<bool()>& condition, int milliseconds) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+    const auto start = steady_clock::now();
     while (!condition()) {
-        if (std::chrono::steady_clock::now() > end)
+        if (Since(start) > milliseconds)
             return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
     return true;
 }
 
+int Since(steady_clock::time_point then) {
+    return static_cast<int>((steady_clock::now() - then) / std::chrono::milliseconds(1));
+}
+
+void OnFourThreads(const std::function<void(int)>& work) {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back(work, i);
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
 Appliance::Appliance() {
     std::filesystem::remove_all("/opt/tormel");
-    std::filesystem::create_directories(PROGRAM_DIRECTORY);
-    std::filesystem::create_directories(TMP_DIRECTORY);
-    std::filesystem::create_directories(LOG_DIRECTORY);
-    Shell("ln -s $(command -v djpeg) " + PROGRAM_DIRECTORY + "/djpeg");
+    std::filesystem::remove_all(LOG_DIRECTORY);
+    std::filesystem::create_directories(Tmp(""));
+    std::filesystem::create_directories(std::filesystem::path(DECODER).parent_path());
+    Shell("ln -s $(command -v djpeg) " + std::string(DECODER));
     WriteFile("/opt/tormel/plinta/version", "1.2.3.0407\n");
-    MakeJpeg(Tmp("liveview_failed.jpg"), 32, 16);
+    WriteFile(Tmp("liveview_failed.jpg"), "the failure picture");
     EXPECT_EQ(mkfifo(Tmp("capture.fifo").c_str(), 0666), 0);
 }
 
-std::string Appliance::Tmp(const std::string& name) {
-    return TMP_DIRECTORY + "/" + name;
+void Appliance::ReplaceDecoder(const std::string& script) {
+    unlink(DECODER); // a link to the real one
+    WriteFile(DECODER, "#!/bin/sh\n" + script + "\n");
+    chmod(DECODER, 0755);
 }
 
 void Appliance::Command(const std::string& text) {
@@ -118,90 +113,71 @@ void Appliance::Command(const std::string& text) {
     close(fd);
 }
 
+std::string LogFile(const std::string& name) {
+    const std::string date = FileLogger::GetDateFormat(time(nullptr), "%Y%m%d");
+    return std::string(Appliance::LOG_DIRECTORY) + "/" + name + "-" + date + ".log";
+}
+
 Log::Log(int level) {
-    std::filesystem::remove_all(Appliance::LOG_DIRECTORY);
-    std::filesystem::create_directories(Appliance::LOG_DIRECTORY);
-    EXPECT_TRUE(qz::common::FileLogger::instance()->Initialize(Appliance::LOG_DIRECTORY, "test", level,
-                                                               "%Y%m%d", false));
+    const std::string directory = Appliance::LOG_DIRECTORY;
+    std::filesystem::remove_all(directory);
+    std::filesystem::create_directories(directory);
+    EXPECT_TRUE(FileLogger::instance()->Initialize(directory, "test", level, "%Y%m%d", false));
 }
 
 Log::~Log() {
-    delete qz::common::FileLogger::instance();
+    delete FileLogger::instance();
 }
 
-std::vector<std::string> Log::Messages() {
+Texts Log::Messages() {
     // The worker has taken a line before it has written it, so a last line of our own says that all are
-    // there.
-    static int mark = 0;
-    const std::string end = "end of messages " + std::to_string(++mark);
-    auto* line = new std::ostringstream;
-    *line << "x|x|ERR|x] " << end << " [L:\n";
-    EXPECT_TRUE(qz::common::FileLogger::instance()->Write(line));
-    std::vector<std::string> messages;
+    // there.  Other threads may go on logging behind it.
+    static int number = 0;
+    const std::string mark = MARK + std::to_string(++number) + "\n";
+    EXPECT_TRUE(FileLogger::instance()->Write(new std::ostringstream(mark)));
+    std::string text;
     EXPECT_TRUE(Eventually([&] {
-        messages = MessagesOf(ReadFile(DatedLog("test")));
-        const auto found = std::find(messages.begin(), messages.end(), "ERR " + end);
-        const bool there = found != messages.end();
-        messages.erase(found, messages.end()); // other threads may have gone on logging
-        return there;
+        text = ReadFile(LogFile());
+        m_Seen = text.find(mark);
+        return m_Seen != std::string::npos;
     }));
-    std::vector<std::string> result;
-    for (size_t i = m_Forgotten; i < messages.size(); ++i) {
-        if (messages[i].compare(0, 20, "ERR end of messages ") != 0)
-            result.push_back(messages[i]);
-    }
-    return result;
+    return MessagesOf(text.substr(m_Forgotten, m_Seen - m_Forgotten));
 }
 
 int Log::Count(const std::string& message) {
-    const std::vector<std::string> all = Messages();
+    const Texts all = Messages();
     return static_cast<int>(std::count(all.begin(), all.end(), message));
 }
 
 void Log::Forget() {
     Messages();
-    const std::vector<std::string> all = MessagesOf(ReadFile(DatedLog("test")));
-    const auto mark = std::find_if(all.rbegin(), all.rend(), [](const std::string& message) {
-        return message.compare(0, 20, "ERR end of messages ") == 0;
-    });
-    m_Forgotten = static_cast<size_t>(all.rend() - mark);
+    m_Forgotten = m_Seen;
 }
 
-std::vector<std::string> MessagesOf(const std::string& text) {
-    std::vector<std::string> messages;
+Texts MessagesOf(const std::string& text) {
+    Texts messages;
     for (const std::string& line : Lines(text)) {
         const size_t tag = line.find_first_of("EWID", line.find("|"));
         const size_t start = line.find("] ", tag);
         const size_t end = line.rfind(" [L:");
-        if (start == std::string::npos || end == std::string::npos || end < start + 2)
-            messages.push_back(line);
-        else
+        if (start != std::string::npos && end != std::string::npos && end >= start + 2)
             messages.push_back(line.substr(tag, 3) + " " + line.substr(start + 2, end - start - 2));
+        else if (line.compare(0, MARK.size(), MARK) != 0)
+            messages.push_back(line);
     }
     return messages;
 }
 
-Daemon::Daemon(std::vector<std::string> arguments, std::vector<std::string> environment) {
+Daemon::Daemon(const std::string& arguments, const std::string& environment) {
     static int number = 0;
     m_Output = "/opt/output" + std::to_string(++number);
-    arguments.insert(arguments.begin(), QZ_DAEMON);
-    for (char** variable = environ; *variable; ++variable)
-        environment.emplace_back(*variable);
-    const auto pointers = [](std::vector<std::string>& texts) {
-        std::vector<char*> result;
-        for (std::string& text : texts)
-            result.push_back(&text[0]);
-        result.push_back(nullptr);
-        return result;
-    };
-    posix_spawn_file_actions_t files;
-    posix_spawn_file_actions_init(&files);
-    posix_spawn_file_actions_addopen(&files, 1, m_Output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
-    posix_spawn_file_actions_adddup2(&files, 1, 2);
-    EXPECT_EQ(posix_spawn(&m_Pid, QZ_DAEMON, &files, nullptr, pointers(arguments).data(),
-                          pointers(environment).data()),
-              0);
-    posix_spawn_file_actions_destroy(&files);
+    const std::string command =
+        "exec env " + environment + " '" + QZ_DAEMON "' " + arguments + " >" + m_Output + " 2>&1";
+    m_Pid = fork();
+    if (m_Pid == 0) {
+        execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
+        _exit(127);
+    }
 }
 
 Daemon::~Daemon() {
@@ -213,49 +189,30 @@ Daemon::~Daemon() {
         std::cerr << "--- output\n" << Output() << "--- log\n" << LogText();
 }
 
-bool Daemon::Ready() {
-    return Logs("INF Initialize succeed");
-}
-
-bool Daemon::Logs(const std::string& message, int times) {
+bool Daemon::Logs(const std::string& message) {
     return Eventually([&] {
-        const std::vector<std::string> all = MessagesOf(LogText());
-        return std::count(all.begin(), all.end(), message) >= times;
+        const Texts all = MessagesOf(LogText());
+        return std::find(all.begin(), all.end(), message) != all.end();
     });
 }
 
-std::string Daemon::LogText() {
-    return ReadFile(DatedLog("capture"));
-}
-
 int Daemon::Status(int milliseconds) {
-    Eventually(
-        [this] {
-            int status = 0;
-            if (m_Status == -1 && waitpid(m_Pid, &status, WNOHANG) == m_Pid)
-                m_Status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-            return m_Status != -1;
-        },
-        milliseconds);
+    const auto ended = [this] {
+        int status = 0;
+        if (m_Status == -1 && waitpid(m_Pid, &status, WNOHANG) == m_Pid)
+            m_Status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        return m_Status != -1;
+    };
+    Eventually(ended, milliseconds);
     return m_Status;
 }
 
-std::string Daemon::Output() {
-    return ReadFile(m_Output);
-}
-
-std::vector<std::string> Calls() {
+std::string CallsSince() {
     std::string text(static_cast<size_t>(xenc_sim_calls(nullptr, 0)) + 1, '\0');
     xenc_sim_calls(&text[0], static_cast<int>(text.size()));
     text.pop_back();
-    return Lines(text);
-}
-
-std::vector<std::string> CallNames() {
-    std::vector<std::string> names = Calls();
-    for (std::string& name : names)
-        name.erase(name.find('('));
-    return names;
+    xenc_sim_forget_calls();
+    return Joined(Lines(text));
 }
 
 } // namespace support

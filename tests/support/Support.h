@@ -1,17 +1,36 @@
 #pragma once
 
-#include <sys/types.h>
+// These are for nearly every test.
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <atomic>
+#include <chrono>
+#include <filesystem>
 #include <functional>
 #include <string>
+#include <thread>
+#include <tuple>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 // What the tests share.  Every test process has the sandbox's empty /opt, /run and /var/log to itself.
 namespace support {
 
+using Texts = std::vector<std::string>;
+
 std::string ReadFile(const std::string& path);
 void WriteFile(const std::string& path, const std::string& text);
-bool Exists(const std::string& path);
+inline bool Exists(const std::string& path) {
+    return access(path.c_str(), F_OK) == 0;
+}
+
+// One text, for tables: "a; b".
+std::string Joined(const Texts& texts);
 
 // Runs a shell command that has to succeed.
 void Shell(const std::string& command);
@@ -19,52 +38,63 @@ void Shell(const std::string& command);
 // Makes a JPEG file of that size with the real cjpeg.
 void MakeJpeg(const std::string& path, int width, int height);
 
-// The dimensions in a GIF file's header as "W x H".
+// The magic and the dimensions in a GIF file's header, as "GIF W x H".
 std::string GifSize(const std::string& path);
 
 // Waits for the condition, for at most ten seconds.
 bool Eventually(const std::function<bool()>& condition, int milliseconds = 10000);
 
-// The program directory with the real djpeg, the version file, the failure picture and the FIFO.
+// Whole milliseconds since then.
+int Since(std::chrono::steady_clock::time_point then);
+
+// Runs the work on four threads at once, which it tells apart by their numbers from 0.
+void OnFourThreads(const std::function<void(int)>& work);
+
+// The program directory with the real djpeg, the version file, the failure picture, the FIFO, no log yet.
 class Appliance {
 public:
     Appliance();
-    static std::string Tmp(const std::string& name);
+    static std::string Tmp(const std::string& name) { return "/opt/tormel/plinta/var/tmp/" + name; }
     static constexpr const char* LOG_DIRECTORY = "/var/log/tormel/agent";
+    static constexpr const char* DECODER = "/opt/tormel/plinta/agent/latest/djpeg";
+    static void ReplaceDecoder(const std::string& script);
     // Writes one command into the FIFO, as the appliance's other programs do.
     static void Command(const std::string& text);
 };
+
+// Today's log file of that name.
+std::string LogFile(const std::string& name = "test");
 
 // The log of this process, at debug level, as long as the object lives.
 class Log {
 public:
     explicit Log(int level = 6);
     ~Log();
-    // "INF kt_init success" for every line so far, in order.
-    std::vector<std::string> Messages();
+    // "INF kt_init success" for every line so far, in order, except those that were forgotten.
+    Texts Messages();
     int Count(const std::string& message);
     void Forget();
 
 private:
+    size_t m_Seen = 0;
     size_t m_Forgotten = 0;
 };
 
 // The message lines of a log file's text, as Log::Messages.
-std::vector<std::string> MessagesOf(const std::string& text);
+Texts MessagesOf(const std::string& text);
 
 // A running daemon, killed with the object.
 class Daemon {
 public:
-    // program is the path under which the daemon is started; the real one is linked there.
-    explicit Daemon(std::vector<std::string> arguments = {"--debug"},
-                    std::vector<std::string> environment = {});
+    // Both as words for the shell.
+    explicit Daemon(const std::string& arguments = "--debug", const std::string& environment = "");
     ~Daemon();
-    bool Ready(); // waits until commands are served
-    bool Logs(const std::string& message, int times = 1);
-    static std::string LogText();
+    bool Logs(const std::string& message);
+    bool Ready() { return Logs("INF Initialize succeed"); } // waits until commands are served
+    static std::string LogText() { return ReadFile(LogFile("capture")); }
     // Waits for the end: the exit status, 128 + the signal's number, or -1 when it still runs.
     int Status(int milliseconds = 10000);
-    std::string Output(); // standard output and error so far
+    std::string Output() { return ReadFile(m_Output); } // standard output and error so far
     pid_t Pid() const { return m_Pid; }
 
 private:
@@ -73,8 +103,7 @@ private:
     std::string m_Output;
 };
 
-// The simulator's record of calls, names only.
-std::vector<std::string> CallNames();
-std::vector<std::string> Calls();
+// The simulator's record of calls since the last look, joined.
+std::string CallsSince();
 
 } // namespace support
