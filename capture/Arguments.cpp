@@ -1,4 +1,4 @@
-// The command line.  Tested in tests/daemon/StartTest.cpp.
+// The command line.  Tested in tests/daemon/DaemonTest.cpp.
 #include "capture/Arguments.h"
 
 #include <getopt.h>

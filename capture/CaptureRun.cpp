@@ -1,4 +1,4 @@
-// One session from its start to its end: Run.  Tested in tests/capture/RunTest.cpp and tests/daemon.
+// One session from its start to its end: Run.  Tested in tests/capture/EventsTest.cpp and tests/daemon.
 #include "capture/Capture.h"
 
 #include <system_error>

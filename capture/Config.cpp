@@ -1,4 +1,4 @@
-// The configuration.  Tested in tests/capture/ConfigTest.cpp.
+// The configuration.  Tested in tests/capture/SessionTest.cpp.
 #include "capture/Config.h"
 
 #include <cstdlib>

@@ -1,4 +1,4 @@
-// Start-up.  Tested in tests/daemon/StartTest.cpp.
+// Start-up.  Tested in tests/daemon/DaemonTest.cpp.
 #include "capture/Initializer.h"
 
 #include <unistd.h>

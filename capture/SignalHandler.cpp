@@ -1,5 +1,5 @@
 // Signals: setupSignal, the handler, the dispatcher, the end by a fault.  Tested in
-// tests/daemon/SignalTest.cpp.
+// tests/daemon/DaemonTest.cpp.
 #include "capture/SignalHandler.h"
 
 #include <fcntl.h>
