@@ -2,8 +2,10 @@
 #include "common/ThreadPool.h"
 
 #include <chrono>
+#include <system_error>
 
 #include "common/IExecutor.h"
+#include "common/SignalMask.h"
 #include "common/Util.h"
 
 namespace qz::common {
@@ -20,19 +22,27 @@ constexpr int JOIN_MILLISECONDS = 3000;
 
 ThreadPool::ThreadPool(IExecutor* executor, int threadCount, int queueLimit)
     : m_Executor(executor), m_ThreadCount(threadCount), m_QueueLimit(queueLimit), m_PendingCount(0),
-      m_Running(true) {
-    for (int i = 0; i < m_ThreadCount; ++i)
-        m_Threads.push_back(new std::thread(&ThreadPool::OnRun, this));
+      m_BusyCount(0), m_Running(true) {
+    const AllSignalsBlocked blocked;
+    try {
+        for (int i = 0; i < m_ThreadCount; ++i)
+            m_Threads.emplace_back(&ThreadPool::OnRun, this);
+    } catch (const std::system_error&) {
+        // No more threads: those that were made do the work.
+    }
 }
 
 ThreadPool::~ThreadPool() {
-    m_Running = false;
-    for (std::thread* thread : m_Threads) {
-        // Returns only once the thread has ended, whatever it reports: the items below have no other reader
-        // left.
-        Util::WaitForJoin(thread, JOIN_MILLISECONDS);
-        delete thread;
+    {
+        // Under the lock, so that no worker is between its look at the flag and its wait: the end is not
+        // missed.
+        const std::lock_guard<std::mutex> lock(m_WaitLock);
+        m_Running = false;
     }
+    m_Signal.notify_all();
+    // Returns only once the thread has ended, whatever it reports: the items below have no other reader left.
+    for (std::thread& thread : m_Threads)
+        Util::WaitForJoin(&thread, JOIN_MILLISECONDS);
     m_Threads.clear();
 
     const std::lock_guard<std::mutex> lock(m_QueueLock);
@@ -60,6 +70,10 @@ bool ThreadPool::Enqueue(void* item) {
     return true;
 }
 
+bool ThreadPool::Idle() const {
+    return m_PendingCount == 0 && m_BusyCount == 0; // in this order; see TakeFront
+}
+
 void* ThreadPool::TakeFront() {
     const std::lock_guard<std::mutex> lock(m_QueueLock);
     if (m_Queue.empty()) {
@@ -68,6 +82,7 @@ void* ThreadPool::TakeFront() {
     }
     void* item = m_Queue.front();
     m_Queue.pop_front();
+    ++m_BusyCount; // first, so that the item is at every moment counted as one or the other
     --m_PendingCount;
     return item;
 }
@@ -77,11 +92,13 @@ void ThreadPool::OnRun() {
         if (void* item = TakeFront()) {
             if (m_Executor)
                 m_Executor->OnExecute(item);
+            --m_BusyCount;
             if (m_Running)
                 continue; // a busy queue is drained without waiting
         }
         std::unique_lock<std::mutex> lock(m_WaitLock);
-        m_Signal.wait_until(lock, std::chrono::steady_clock::now() + IDLE_WAIT);
+        if (m_Running)
+            m_Signal.wait_until(lock, std::chrono::steady_clock::now() + IDLE_WAIT);
     }
 }
 
