@@ -56,7 +56,7 @@ std::atomic<int> plainGate{PRODUCTION_LEVEL};
 
 [[gnu::noinline]] void PlainComparisons() {
     for (int i = 0; i < DISABLED_LINES; ++i) {
-        if (plainGate.load(std::memory_order_relaxed) >= common::LOG_DBG.threshold)
+        if (plainGate.load(std::memory_order_relaxed) >= common::TAG_DBG.threshold)
             Unreached();
     }
 }

@@ -22,16 +22,20 @@ namespace {
 
 constexpr int QUEUE_LIMIT = 1000000;
 constexpr int32_t LEAST_FILE_COUNT = 10;
+constexpr std::chrono::microseconds DRAIN_INTERVAL{200};
 
 // What a burst needs; a longer one makes new lines.  A line that has grown long gives its memory back.
 constexpr size_t SPARE_LIMIT = 16;
 constexpr size_t SPARE_LENGTH = 4096;
 
-// YYYY-MM-DD HH:MM:SS.mmm.  The local time of a second is worked out once per thread.
-void AppendTime(std::string& out) {
+constexpr size_t TIME_SIZE = 48; // with the terminating zero, for any year that fits a tm
+
+// YYYY-MM-DD HH:MM:SS.mmm.  The local time of a second is worked out once per thread.  Nothing here has a
+// destructor: a line may come from that of a static or thread_local object.
+void FormatTime(char (&out)[TIME_SIZE]) {
     struct Second {
         time_t when = -1;
-        char text[40] = {};
+        char text[TIME_SIZE - 4] = {};
     };
     thread_local Second second;
 
@@ -46,24 +50,21 @@ void AppendTime(std::string& out) {
                  local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
         second.when = when;
     }
-    const auto milliseconds = static_cast<int>(nanoseconds % 1000000000 / 1000000);
-    const char digits[] = {static_cast<char>('0' + milliseconds / 100),
-                           static_cast<char>('0' + milliseconds / 10 % 10),
-                           static_cast<char>('0' + milliseconds % 10)};
-    out.append(second.text).append(digits, sizeof digits);
+    snprintf(out, sizeof out, "%s%03d", second.text, static_cast<int>(nanoseconds % 1000000000 / 1000000));
 }
 
-bool WriteAll(int fd, const char* data, size_t size) {
-    while (size > 0) {
-        const ssize_t written = write(fd, data, size);
+// How many of the bytes were written.
+size_t WriteAll(int fd, const char* data, size_t size) {
+    size_t done = 0;
+    while (done < size) {
+        const ssize_t written = write(fd, data + done, size - done);
         if (written < 0 && errno == EINTR)
             continue;
         if (written <= 0)
-            return false;
-        data += written;
-        size -= static_cast<size_t>(written);
+            break;
+        done += static_cast<size_t>(written);
     }
-    return true;
+    return done;
 }
 
 std::string LoginName() {
@@ -85,19 +86,28 @@ FileLogger* FileLogger::instance() {
     return logger;
 }
 
-FileLogger::FileLogger() : m_UserName(LoginName()), m_Pid(getpid()) {}
+FileLogger::FileLogger()
+    : m_UserName(LoginName()), m_Pid(getpid()), m_BeforeTag(FIELD_SEPARATOR + m_Module + FIELD_SEPARATOR),
+      m_AfterTag(FIELD_SEPARATOR + m_TagField + FIELD_SEPARATOR + "[" + std::to_string(m_Pid) + "][") {}
 
 FileLogger::~FileLogger() {
     m_Gate = 1;
-    m_Pool.reset(); // ends the worker first: two threads never touch the file
-    m_Stream.Reset();
+    m_Pool.reset(); // ends the worker first: it uses everything else
+    ForgetLostFile();
     m_Instance = nullptr;
 }
 
 bool FileLogger::Initialize(const std::string& directory, const std::string& name, int level,
                             const std::string& dateFormat, bool closeAfterWrite) {
-    m_Pool.reset(); // of an earlier initialisation: its worker reads what is set below
-    m_Pool = std::make_unique<ThreadPool>(this, 1, QUEUE_LIMIT);
+    if (!m_Pool)
+        m_Pool = std::make_unique<ThreadPool>(this, 1, QUEUE_LIMIT);
+    if (m_Pool->WorkerCount() == 0) {
+        m_Pool.reset();
+        return false;
+    }
+    const std::lock_guard<std::mutex> lock(m_FileLock);
+    ForgetLostFile();
+    m_Stream.Reset(); // of an earlier initialisation
     m_Directory = directory;
     m_Name = name;
     m_Level = level;
@@ -117,13 +127,13 @@ bool FileLogger::Write(std::ostringstream* line) {
 
 void FileLogger::Drain(std::chrono::milliseconds limit) {
     const auto end = std::chrono::steady_clock::now() + limit;
-    while (m_Pool && m_Pool->Pending() > 0 && std::chrono::steady_clock::now() < end)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    while (m_Pool && !m_Pool->Idle() && std::chrono::steady_clock::now() < end)
+        std::this_thread::sleep_for(DRAIN_INTERVAL);
 }
 
 std::string FileLogger::GetLogTime() {
-    std::string text;
-    AppendTime(text);
+    char text[TIME_SIZE];
+    FormatTime(text);
     return text;
 }
 
@@ -141,7 +151,22 @@ int FileLogger::getFileSize() const {
 }
 
 void FileLogger::OpenForAppending(const std::string& path) {
-    m_Stream.Reset(open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666));
+    m_Stream = OpenRegularForWriting(path.c_str(), O_APPEND);
+    m_Opened = FileIdentity::Of(m_Stream.Get());
+    m_CutShort = false;
+}
+
+// A file that was removed, with its directory or alone, would swallow every line until the date changes.  And
+// a descriptor that was closed behind the logger's back may mean somebody else's file by now, which is
+// neither written nor closed here.
+void FileLogger::ForgetLostFile() {
+    if (!m_Stream.Valid())
+        return;
+    struct stat status {};
+    if (fstat(m_Stream.Get(), &status) != 0 || !(FileIdentity{status.st_dev, status.st_ino} == m_Opened))
+        (void)m_Stream.Release();
+    else if (status.st_nlink == 0)
+        m_Stream.Reset();
 }
 
 bool FileLogger::CheckLogDate() {
@@ -175,9 +200,12 @@ void FileLogger::CheckLogCount() {
     static const auto length = static_cast<unsigned>(m_Name.size() + m_CurrentDate.size() + 5);
     std::set<std::string> files;
     int count = GetLogFileList(files, length);
+    const std::string open = m_Name + "-" + m_CurrentDate + LOG_EXTENSION;
     for (const std::string& file : files) {
         if (count <= m_MaxFileCount)
             break;
+        if (file == open)
+            continue;
         const std::string path = m_Directory + PATH_SEPARATOR + file;
         std::cout << "unlink file : " << path << std::endl;
         --count;
@@ -212,19 +240,32 @@ void FileLogger::OnExecute(void* item) {
     if (!item)
         return;
     std::unique_ptr<std::ostringstream> line(static_cast<std::ostringstream*>(item));
-    // A file that was removed, with its directory or alone, would swallow every line until the date changes.
-    struct stat status {};
-    if (m_Stream.Valid() && fstat(m_Stream.Get(), &status) == 0 && status.st_nlink == 0)
-        m_Stream.Reset();
-    if (!CheckLogDate())
-        return;
     const std::string text = line->str();
-    // A line that cannot be written (full disk) is lost, and the next one is tried afresh.
-    (void)WriteAll(m_Stream.Get(), text.data(), text.size());
-    if (m_CloseAfterWrite)
-        m_Stream.Reset();
+    {
+        const std::lock_guard<std::mutex> lock(m_FileLock);
+        ForgetLostFile();
+        if (!CheckLogDate())
+            return;
+        Append(text);
+        if (m_CloseAfterWrite)
+            m_Stream.Reset();
+    }
     if (text.size() <= SPARE_LENGTH)
         KeepLine(std::move(line));
+}
+
+// A line that cannot be written (full disk) is lost, and the next one is tried afresh.  What was written of
+// it is taken back; where even that fails, the next line begins with a line end.
+void FileLogger::Append(const std::string& text) {
+    if (m_CutShort && WriteAll(m_Stream.Get(), "\n", 1) == 0)
+        return;
+    m_CutShort = false;
+    const size_t written = WriteAll(m_Stream.Get(), text.data(), text.size());
+    if (written == 0 || written == text.size())
+        return;
+    struct stat status {};
+    m_CutShort = fstat(m_Stream.Get(), &status) != 0 ||
+                 ftruncate(m_Stream.Get(), status.st_size - static_cast<off_t>(written)) != 0;
 }
 
 std::unique_ptr<std::ostringstream> FileLogger::NewLine() {
@@ -240,7 +281,8 @@ std::unique_ptr<std::ostringstream> FileLogger::NewLine() {
 }
 
 void FileLogger::KeepLine(std::unique_ptr<std::ostringstream> line) {
-    static const std::ios untouched(nullptr);
+    static const std::ios& untouched =
+        *new std::ios(nullptr); // never destroyed: the worker may outlive statics
     line->str({});
     line->clear();
     line->copyfmt(untouched); // a message's manipulators are not the next one's
@@ -253,22 +295,23 @@ void FileLogger::OnDeletor(void* item) {
     delete static_cast<std::ostringstream*>(item);
 }
 
-void FileLogger::AppendPrefix(std::string& out, const LogTag& tag, std::string_view function) const {
-    AppendTime(out);
-    out.append(FIELD_SEPARATOR).append(m_Module).append(FIELD_SEPARATOR);
-    out.append(tag.name).append(FIELD_SEPARATOR).append(m_TagField).append(FIELD_SEPARATOR);
-    out.append("[").append(std::to_string(m_Pid)).append("][").append(function).append("] ");
+void FileLogger::WritePrefix(std::streambuf& out, const LogTag& tag, std::string_view function) const {
+    char time[TIME_SIZE];
+    FormatTime(time);
+    for (const std::string_view piece :
+         {std::string_view(time), std::string_view(m_BeforeTag), std::string_view(tag.name),
+          std::string_view(m_AfterTag), function, std::string_view("] ")})
+        out.sputn(piece.data(), static_cast<std::streamsize>(piece.size()));
 }
 
 LogLine::LogLine(const LogTag& tag, std::string_view function, int sourceLine)
     : m_Line(FileLogger::instance()->NewLine()), m_SourceLine(sourceLine) {
-    thread_local std::string prefix; // keeps its memory from line to line
-    prefix.clear();
-    FileLogger::instance()->AppendPrefix(prefix, tag, function);
-    m_Line->rdbuf()->sputn(prefix.data(), static_cast<std::streamsize>(prefix.size()));
+    FileLogger::instance()->WritePrefix(*m_Line->rdbuf(), tag, function);
 }
 
 LogLine::~LogLine() {
+    if (std::uncaught_exceptions() > m_Exceptions)
+        return; // half a message is none
     // Past the stream's formatting state, so that the message's manipulators change nothing here.  A stream
     // that a piece has failed (a null text) drops what follows, but the next line still begins on a line of
     // its own.

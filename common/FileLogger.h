@@ -4,11 +4,13 @@
 #include <chrono>
 #include <cstdint>
 #include <ctime>
+#include <exception>
 #include <memory>
 #include <mutex>
 #include <ostream>
 #include <set>
 #include <sstream>
+#include <streambuf>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,10 +28,11 @@ struct LogTag {
     int threshold;
 };
 
-constexpr LogTag LOG_ERR{"ERR", 2};
-constexpr LogTag LOG_WRN{"WRN", 3};
-constexpr LogTag LOG_INF{"INF", 4};
-constexpr LogTag LOG_DBG{"DBG", 6};
+// Not LOG_ERR and so on: <syslog.h> has macros of such names.
+constexpr LogTag TAG_ERR{"ERR", 2};
+constexpr LogTag TAG_WRN{"WRN", 3};
+constexpr LogTag TAG_INF{"INF", 4};
+constexpr LogTag TAG_DBG{"DBG", 6};
 
 // The process-wide text log.  A statement (QZ_LOG below) builds its whole line on the calling thread and
 // queues it; one worker appends the lines, in the order in which they were queued, to a file named after the
@@ -39,9 +42,10 @@ constexpr LogTag LOG_DBG{"DBG", 6};
 //
 // Level 8 (or the console flag) sends every line to standard output instead.
 //
-// Threads: any thread may log.  instance is first called on the main thread, before there are others;
-// Initialize, Drain and the destructor belong to the main thread too.  The file and the rotation state are
-// touched by one thread at a time: by Initialize, then by the worker while it lives, then by the destructor.
+// Threads: any thread may log and Drain, also from the destructor of a static or thread_local object.
+// instance is first called on the main thread, before there are others; Initialize and the destructor belong
+// to the main thread too.  The file and the rotation state are touched under m_FileLock, by Initialize and
+// the worker.
 class FileLogger : public IExecutor {
 public:
     // The one logger, made on the first call with level 1, which writes nothing.  Deleting it ends it: the
@@ -55,8 +59,9 @@ public:
     FileLogger& operator=(const FileLogger&) = delete;
 
     // Starts the worker and opens <directory>/<name>-<date>.log; the directory exists already.  dateFormat is
-    // strftime's.  With closeAfterWrite the file is open only while a line is written.  False when the file
-    // did not open; each later line tries again.
+    // strftime's.  With closeAfterWrite the file is open only while a line is written.  False when there is
+    // no worker, and when the file did not open; each later line tries again.  Called once more, it goes on
+    // with the new file; lines still queued go there.
     bool Initialize(const std::string& directory, const std::string& name, int level,
                     const std::string& dateFormat, bool closeAfterWrite);
 
@@ -64,7 +69,7 @@ public:
     // does.
     bool Write(std::ostringstream* line);
 
-    // Waits until the worker has taken every queued line, for at most the given time.
+    // Waits until the worker has written every line queued before, for at most the given time.
     void Drain(std::chrono::milliseconds limit);
 
     // The local time as YYYY-MM-DD HH:MM:SS.mmm.
@@ -84,7 +89,8 @@ public:
     // and count.
     bool CheckLogSize();
 
-    // Removes the oldest files above the limit, never fewer than 10 kept.
+    // Removes the oldest files above the limit, never fewer than 10 kept, and never the open one, which a
+    // clock that was set back may have made the oldest.
     void CheckLogCount();
 
     // Adds the names of the log files to files and returns how many it holds: regular files in the directory
@@ -98,8 +104,8 @@ public:
     // Whether a statement of this threshold writes anything: one load and one comparison.  Any thread.
     static bool Enabled(int threshold) { return m_Gate.load(std::memory_order_relaxed) >= threshold; }
 
-    // Everything that precedes the message, in one piece.
-    void AppendPrefix(std::string& out, const LogTag& tag, std::string_view function) const;
+    // Everything that precedes the message.
+    void WritePrefix(std::streambuf& out, const LogTag& tag, std::string_view function) const;
 
     // An empty line for Write: one that was written before, where there is one, since making a stream costs
     // more than filling it.  Any thread.
@@ -113,6 +119,8 @@ private:
 
     FileLogger();
     void OpenForAppending(const std::string& path);
+    void ForgetLostFile();
+    void Append(const std::string& text);
     void KeepLine(std::unique_ptr<std::ostringstream> line);
 
     static std::atomic<FileLogger*> m_Instance;
@@ -122,14 +130,17 @@ private:
     int32_t m_MaxFileSize = 1024; // KiB
     int32_t m_SecondLimit = 24;   // read by no operation
     int32_t m_MaxFileCount = 10;
-    int32_t m_Level = 1;
+    std::atomic<int32_t> m_Level{1};
     bool m_Console = false;
     bool m_CloseAfterWrite = false;
     std::string m_Directory = "./";
     std::unique_ptr<ThreadPool> m_Pool;
+    std::mutex m_FileLock; // guards the settings above and the file and its date below
     // Unbuffered, a write per line: a line that could not be written leaves nothing behind for the next one.
     UniqueFd m_Stream;
-    std::mutex m_SpareLock;                                   // guards m_Spare
+    FileIdentity m_Opened;   // what m_Stream was opened as
+    bool m_CutShort = false; // the file's last line could neither be finished nor taken back
+    std::mutex m_SpareLock;  // guards m_Spare
     std::vector<std::unique_ptr<std::ostringstream>> m_Spare; // written lines, emptied
     std::string m_Name;
     std::atomic<int32_t> m_FileSize{0}; // bytes
@@ -139,9 +150,12 @@ private:
     std::string m_Module;   // the second field of every line
     std::string m_TagField = "NA";
     int32_t m_Pid;
+    // What stands between the time and the level, and between the level and the function.
+    std::string m_BeforeTag;
+    std::string m_AfterTag;
 };
 
-// One line while it is being built; its end hands the line over.  For QZ_LOG only.
+// One line while it is being built; its end hands the line over, unless a piece has thrown.  For QZ_LOG only.
 class LogLine {
 public:
     LogLine(const LogTag& tag, std::string_view function, int sourceLine);
@@ -154,6 +168,7 @@ public:
 private:
     std::unique_ptr<std::ostringstream> m_Line;
     const int m_SourceLine;
+    const int m_Exceptions = std::uncaught_exceptions(); // more of them at the end: a piece has thrown
 };
 
 // Where the function field stands in a compiler's pretty signature: between the last blank before the first
@@ -201,10 +216,10 @@ struct LogDiscard {
 // from the compiler's signature, so a statement stands in a named function that is no lambda and in no
 // unnamed namespace.
 #define QZ_LOG(tag, ...)                                                                                     \
-    (!::qz::common::FileLogger::Enabled(::qz::common::LOG_##tag.threshold))                                  \
+    (!::qz::common::FileLogger::Enabled(::qz::common::TAG_##tag.threshold))                                  \
         ? static_cast<void>(0)                                                                               \
         : ::qz::common::LogDiscard() &                                                                       \
-              ::qz::common::LogLine(::qz::common::LOG_##tag, QZ_LOG_FUNCTION(__PRETTY_FUNCTION__), __LINE__) \
+              ::qz::common::LogLine(::qz::common::TAG_##tag, QZ_LOG_FUNCTION(__PRETTY_FUNCTION__), __LINE__) \
                       .Stream()                                                                              \
                   << __VA_ARGS__
 
