@@ -7,6 +7,7 @@
 #include <iostream>
 
 #include "common/FileLogger.h"
+#include "common/Owners.h"
 #include "common/PathConstants.h"
 #include "common/Util.h"
 
@@ -54,9 +55,15 @@ bool Process::Init(bool lock) {
 }
 
 int Process::Lock() {
-    Unlock(); // a lock already held would refuse the second one
-    m_LockDescriptor = Util::FileLock(LockPath());
-    return m_LockDescriptor;
+    // Held already, on the file that the name still means.
+    if (m_LockDescriptor > 0 && FileIdentity::Of(m_LockDescriptor) == FileIdentity::Of(LockPath().c_str()))
+        return m_LockDescriptor;
+    const int descriptor = Util::FileLock(LockPath());
+    if (descriptor == -1 && m_LockDescriptor > 0)
+        return -1; // the old one stays held
+    Unlock();
+    m_LockDescriptor = descriptor;
+    return descriptor;
 }
 
 void Process::Unlock() {

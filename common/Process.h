@@ -33,7 +33,8 @@ public:
     // it.
     void Release();
 
-    // Takes the lock and keeps it: its descriptor, or -1 when somebody else holds it.
+    // Takes the lock and keeps it: its descriptor, or -1 when somebody else holds it.  A lock held already is
+    // given up only for another one, taken on a file that has replaced the locked one.
     int Lock();
     void Unlock();
 

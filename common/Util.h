@@ -133,13 +133,14 @@ public:
     // --- util/ProcessId.cpp: pid and lock files; see Process for their use.
 
     // Opens (and creates) the file and takes an exclusive lock without waiting.  The descriptor, which holds
-    // the lock and belongs to the caller, or -1.  A symbolic link is refused.
+    // the lock and belongs to the caller, or -1.  What is no regular file, a symbolic link too, is refused.
     static int FileLock(std::string path);
 
     // Writes the own pid in decimal.  0, or -1 after a line on standard output.
     static int LogPID(std::string path);
 
-    // The pid in the file; 0 when it cannot be read or holds no positive pid.
+    // The number in the file; 0 when it cannot be read, holds none, or one that is no int.  It may be
+    // negative: AlivePID and KillPID take nothing below 1.
     static int ReadPID(std::string path);
 
     // Whether the pid belongs to a live process of that name (any name when empty).  The kernel keeps 15

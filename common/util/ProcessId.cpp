@@ -30,14 +30,6 @@ std::string ProcessDirectory(int pid) {
     return "/proc/" + std::to_string(pid);
 }
 
-// Whether the path still names the file that the descriptor has open.
-bool NamesFile(const std::string& path, int fd) {
-    struct stat named {};
-    struct stat opened {};
-    return lstat(path.c_str(), &named) == 0 && fstat(fd, &opened) == 0 && named.st_dev == opened.st_dev &&
-           named.st_ino == opened.st_ino;
-}
-
 // Whether the process has ended and only waits for its parent to ask.
 bool IsZombie(int pid) {
     const FilePtr file(fopen((ProcessDirectory(pid) + "/stat").c_str(), "re"));
@@ -58,24 +50,24 @@ int Util::FileLock(std::string path) {
     // An ending instance removes its lock file before it lets go of the lock.  Whoever had opened that file
     // before then locks a file that nobody else can find, and so tries again.
     for (int attempt = 0; attempt < LOCK_ATTEMPTS; ++attempt) {
-        UniqueFd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666));
+        UniqueFd fd = OpenRegularForWriting(path.c_str(), O_TRUNC | O_NOFOLLOW);
         if (!fd.Valid() || fcntl(fd.Get(), F_SETFD, FD_CLOEXEC) != 0 ||
             flock(fd.Get(), LOCK_EX | LOCK_NB) != 0)
             return -1;
-        if (NamesFile(path, fd.Get()))
+        if (FileIdentity::Of(fd.Get()) == FileIdentity::Of(path.c_str()))
             return fd.Release();
     }
     return -1;
 }
 
 int Util::LogPID(std::string path) {
-    FilePtr file(fopen(path.c_str(), "wbe"));
-    if (!file) {
+    UniqueFd file = OpenRegularForWriting(path.c_str(), O_TRUNC);
+    if (!file.Valid()) {
         std::cout << "failure to create pid file:" << path << std::endl;
         return -1;
     }
-    const bool written = fprintf(file.get(), "%d", static_cast<int>(getpid())) > 0;
-    return fclose(file.release()) == 0 && written ? 0 : -1;
+    const bool written = dprintf(file.Get(), "%d", static_cast<int>(getpid())) > 0;
+    return file.Reset() && written ? 0 : -1;
 }
 
 int Util::ReadPID(std::string path) {
@@ -94,8 +86,9 @@ int Util::ReadPID(std::string path) {
         total += static_cast<size_t>(count);
         text += piece;
     }
-    const long pid = strtol(text.c_str(), nullptr, 10);
-    return pid > 0 && pid <= INT_MAX ? static_cast<int>(pid) : 0;
+    // long long: where long has 32 bits, strtol would answer its limit for what is no pid.
+    const long long pid = strtoll(text.c_str(), nullptr, 10);
+    return pid >= INT_MIN && pid <= INT_MAX ? static_cast<int>(pid) : 0;
 }
 
 bool Util::AlivePID(int pid, std::string name) {

@@ -77,7 +77,7 @@ TEST(Process, HostileFilesAreRefused) {
     EXPECT_EQ(ReadFile("/opt/precious"), "precious");
 
     const std::pair<const char*, int> rows[] = {
-        {"0", 0},           {"", 0},           {"-1", 0},
+        {"0", 0},           {"", 0},           {"-1", -1},
         {"x", 0},           {"17", 17},        {" 17\n", 17},
         {"99999999999", 0}, {"4294967297", 0}, {"        12345678", 12345678}};
     for (const auto& [text, pid] : rows) {
