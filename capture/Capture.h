@@ -9,6 +9,7 @@
 #include <mutex>
 #include <string>
 
+#include "capture/Converter.h"
 #include "capture/SignalEventObserver.h"
 #include "common/Owners.h"
 #include "xenc/xenc.h"
@@ -28,7 +29,7 @@ public:
     // Touches neither the library nor the configuration.
     Capture();
 
-    // Closes what is still open.  Not before Quiescent.
+    // Closes what is still open.  Not while the library may call back; see LibraryClosed.
     ~Capture() override;
 
     Capture(const Capture&) = delete;
@@ -48,6 +49,9 @@ public:
     // a partial start shows in the log.  (The spelling is the interface.)
     void Destory(); // main
     void Stop();    // main; the same
+
+    // Whether the library is closed, so that it calls back no more and the engine may be destroyed.
+    bool LibraryClosed() const { return !m_XEncInit; } // main
 
     // The library's rotation for a screen mode: the degrees in the upper 16 bits.
     static int32_t Rotation(int32_t mode); // any thread
@@ -79,13 +83,9 @@ public:
 
     // --- CaptureRun.cpp
 
-    // Runs one session, once per object: 1 after an orderly end, -1 when it did not start.  Waits for the
-    // command pipe task, at most four seconds from the session's end.
+    // Runs one session, once per object: 1 after an orderly end, -1 when it did not start or has run before.
+    // Waits for the command pipe task, so that nothing is closed beside it; EndWatch bounds the wait.
     int Run(); // main
-
-    // Whether the command pipe task has ended, so that the engine may be destroyed.  Only a library call that
-    // never returns keeps it from that.
-    bool Quiescent() const; // main, after Run
 
     // --- CaptureCommands.cpp
 
@@ -130,13 +130,12 @@ private:
 
     // --- CaptureCommands.cpp
     void ServePipe(int pipe);
+    int WaitForCommand(int pipe);              // select's answer
     bool Dispatch(const std::string& command); // false ends the session
     void ChangeScreenMode(const std::string& argument);
 
     // --- CaptureSnapshot.cpp
     static void PublishFailurePicture();
-    bool Convert(const char* fraction);
-    void KillConverter(); // main; the running decoder, if any
 
     std::promise<int> m_Promise; // the session's end; fulfilled by the one who cleared m_Running
     std::future<int> m_Future;   // Run waits on it
@@ -146,6 +145,7 @@ private:
     std::atomic<bool> m_MdStart{false};  // kt_md_start succeeded, kt_md_stop has not yet
     // Set by Run; cleared by EndSession, with one winner.
     std::atomic<bool> m_Running{false};
+    std::atomic<bool> m_WasRun{false};      // Run was called
     std::atomic<int> m_MdState{STATE_ZERO}; // written by the state callback
 
     qz::common::UniqueFd
@@ -153,8 +153,7 @@ private:
     std::future<void> m_CommandTask; // ready once the task has left the engine; its state is not the engine's
     std::chrono::system_clock::time_point m_LastSuccess; // command only
 
-    std::mutex m_ConverterLock; // guards m_Converter, so that only a process of ours is ever killed
-    pid_t m_Converter = 0;      // the running decoder; 0: none
+    Converter m_Converter;
 
     static std::mutex m_XEncMutex; // serialises snapshots and nothing else
 };

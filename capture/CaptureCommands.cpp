@@ -22,8 +22,9 @@ namespace qz::capture {
 
 namespace {
 
-constexpr time_t SELECT_SECONDS = 10;
-constexpr std::chrono::seconds IDLE_LIMIT{10}; // in whole seconds: the eleventh is over it
+constexpr std::chrono::milliseconds SELECT_LIMIT{10000};
+constexpr std::chrono::milliseconds WITHOUT_WAKE_UP{100}; // how often the session's end is looked for then
+constexpr std::chrono::seconds IDLE_LIMIT{10};            // in whole seconds: the eleventh is over it
 constexpr std::chrono::milliseconds PASS_PAUSE{10};
 
 // The longest command.  Reading no further keeps two commands that were written in one go apart.
@@ -78,13 +79,7 @@ void Capture::taskMdCapture() {
 
 void Capture::ServePipe(int pipe) {
     while (m_Running && m_XEncInit && m_MdInit && m_MdStart) {
-        fd_set set;
-        FD_ZERO(&set);
-        FD_SET(pipe, &set);
-        if (m_EndEvent.Valid())
-            FD_SET(m_EndEvent.Get(), &set);
-        timeval timeout{SELECT_SECONDS, 0};
-        const int ready = select(std::max(pipe, m_EndEvent.Get()) + 1, &set, nullptr, nullptr, &timeout);
+        const int ready = WaitForCommand(pipe);
         if (ready == -1) {
             PublishFailurePicture();
             QZ_LOG(ERR, "FIFO select failed");
@@ -107,6 +102,22 @@ void Capture::ServePipe(int pipe) {
         }
         std::this_thread::sleep_for(PASS_PAUSE); // a pipe at its end of file stays readable
     }
+}
+
+int Capture::WaitForCommand(int pipe) {
+    // In one go, unless the system had no eventfd to wake this wait with.
+    const auto slice = m_EndEvent.Valid() ? SELECT_LIMIT : WITHOUT_WAKE_UP;
+    int ready = 0;
+    for (auto left = SELECT_LIMIT; ready == 0 && left.count() > 0 && m_Running; left -= slice) {
+        fd_set set;
+        FD_ZERO(&set);
+        FD_SET(pipe, &set);
+        if (m_EndEvent.Valid())
+            FD_SET(m_EndEvent.Get(), &set);
+        timeval timeout{slice.count() / 1000, slice.count() % 1000 * 1000};
+        ready = select(std::max(pipe, m_EndEvent.Get()) + 1, &set, nullptr, nullptr, &timeout);
+    }
+    return ready;
 }
 
 bool Capture::Dispatch(const std::string& command) {

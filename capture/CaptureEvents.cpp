@@ -44,6 +44,7 @@ constexpr const char* EVENT_TEXTS[] = {
 constexpr const char* STATE_TEXTS[] = {"STATE_ZERO", "STATE_INIT", "STATE_SETUP", "STATE_SETUP_VENC",
                                        "STATE_ENCODING"};
 
+constexpr int WAKE_ATTEMPTS = 3;
 constexpr int FORWARDED_ABOVE = 4; // the library's own log level
 
 // The two sets are disjoint: a button that arrives as a media event, or an HDMI event that arrives as a
@@ -87,8 +88,12 @@ std::string Capture::CovertStrState(H264EncState state) {
 void Capture::EndSession() {
     if (!m_Running.exchange(false))
         return;
+    // Not given up at the first failure: without it the task sees the flag only when its select ends.
     const uint64_t one = 1;
-    (void)write(m_EndEvent.Get(), &one, sizeof one); // without it the task still sees the flag, only later
+    for (int attempt = 0; attempt < WAKE_ATTEMPTS; ++attempt) {
+        if (write(m_EndEvent.Get(), &one, sizeof one) == sizeof one)
+            break;
+    }
     try {
         m_Promise.set_value(1);
     } catch (const std::future_error&) {

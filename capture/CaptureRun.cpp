@@ -4,6 +4,7 @@
 #include <system_error>
 #include <thread>
 
+#include "capture/EndWatch.h"
 #include "common/Constants.h"
 #include "common/FileLogger.h"
 #include "common/Util.h"
@@ -15,15 +16,16 @@ namespace qz::capture {
 
 namespace {
 
-// A stop request grants five seconds before it kills.  All of the end fits into that: a decoder that is still
-// running is killed after two, and after four the daemon goes on without the task.
+// After the session's end: then a decoder that is still running is killed.
 constexpr std::chrono::seconds CONVERTER_GRACE{2};
-constexpr std::chrono::seconds TASK_GRACE{4};
-constexpr std::chrono::milliseconds KILL_INTERVAL{50};
 
 } // namespace
 
 int Capture::Run() {
+    if (m_WasRun.exchange(true)) {
+        QZ_LOG(ERR, "Run was called before.");
+        return -1;
+    }
     if (!Util::PopenCommand("pidof " + CONTROL_PROCESS_NAME).empty()) {
         QZ_LOG(ERR, "kt_control is running.");
         EndSession();
@@ -46,6 +48,7 @@ int Capture::Run() {
     // Also when the session has ended by now: whoever ended it fulfils the promise, so the result does not
     // depend on the timing.
     const int result = m_Future.get();
+    EndWatch::begin(0);
     WaitForCommandTask();
     return result;
 }
@@ -68,20 +71,10 @@ bool Capture::StartCommandTask() {
 }
 
 void Capture::WaitForCommandTask() {
-    const auto end = std::chrono::steady_clock::now();
-    m_CommandTask.wait_until(end + CONVERTER_GRACE);
-    // Again and again: a snapshot that is only now written would start another decoder.
-    while (!Quiescent() && std::chrono::steady_clock::now() < end + TASK_GRACE) {
-        KillConverter();
-        m_CommandTask.wait_for(KILL_INTERVAL);
-    }
-    if (!Quiescent())
-        QZ_LOG(ERR, "command pipe task still busy");
-}
-
-bool Capture::Quiescent() const {
-    return !m_CommandTask.valid() ||
-           m_CommandTask.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+    EndWatch::enter(EndWatch::Stage::LIBRARY, "the command pipe task");
+    if (m_CommandTask.wait_for(CONVERTER_GRACE) != std::future_status::ready)
+        m_Converter.Bar(); // also those of a snapshot that is only now written
+    m_CommandTask.wait();
 }
 
 } // namespace qz::capture

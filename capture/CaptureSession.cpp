@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "capture/Config.h"
+#include "capture/EndWatch.h"
 #include "common/FileLogger.h"
 
 namespace qz::capture {
@@ -115,18 +116,21 @@ void Capture::Destory() {
         return;
     }
     // A stage that was never reached is reported as failed too: so a partial start shows in the log.
+    EndWatch::enter(EndWatch::Stage::LIBRARY, "kt_md_stop");
     if (m_MdStart && kt_md_stop() != 0) {
         m_MdStart = false;
         QZ_LOG(INF, "kt_md_stop success");
     } else {
         QZ_LOG(ERR, "kt_md_stop failed");
     }
+    EndWatch::enter(EndWatch::Stage::LIBRARY, "kt_md_uninit");
     if (m_MdInit && kt_md_uninit() != 0) {
         m_MdInit = false;
         QZ_LOG(INF, "kt_md_uninit success");
     } else {
         QZ_LOG(ERR, "kt_md_uninit failed");
     }
+    EndWatch::enter(EndWatch::Stage::LIBRARY, "kt_uninit");
     if (m_XEncInit && kt_uninit() != 0) {
         m_XEncInit = false;
         QZ_LOG(INF, "kt_uninit success");

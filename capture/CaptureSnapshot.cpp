@@ -2,30 +2,27 @@
 #include "capture/Capture.h"
 
 #include <fcntl.h>
-#include <signal.h>
-#include <spawn.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
-#include <vector>
 
 #include "capture/Config.h"
 #include "common/Constants.h"
 #include "common/FileLogger.h"
 #include "common/HelperImage.h"
+#include "common/Owners.h"
 
-using qz::common::AGENT_LATEST_PATH;
 using qz::common::HelperImage;
 using qz::common::LIVEVIEW_FAILED_PATH;
 using qz::common::LIVEVIEW_PATH;
 using qz::common::LIVEVIEW_TMP_PATH;
 using qz::common::MD_CAPTURE_PATH;
 using qz::common::MD_CAPTURE_TMP_PATH;
+using qz::common::OpenRegularForWriting;
 using qz::common::UniqueFd;
 
 namespace qz::capture {
@@ -34,9 +31,6 @@ namespace {
 
 constexpr float LANDSCAPE_TARGET = 960;
 constexpr float VERTICAL_TARGET = 1024;
-
-// The decoder's warning status: the picture is damaged, but there is one.
-constexpr int DECODER_WARNING = 2;
 
 struct ScaleStep {
     int rate;
@@ -48,56 +42,14 @@ struct ScaleStep {
 constexpr ScaleStep SCALE_STEPS[] = {{10, "1/8"}, {20, "2/8"}, {30, "3/8"}, {40, "3/8"}, {50, "4/8"},
                                      {60, "5/8"}, {70, "5/8"}, {80, "6/8"}, {90, "7/8"}};
 
-// What posix_spawn is told about the child: nothing inherited but 0 to 2, which lead nowhere, no signal
-// blocked, and SIGPIPE, which this process ignores, back at its default.
-class SpawnSetup {
-public:
-    SpawnSetup() {
-        posix_spawnattr_init(&m_Attributes);
-        sigset_t set;
-        sigemptyset(&set);
-        posix_spawnattr_setsigmask(&m_Attributes, &set);
-        sigaddset(&set, SIGPIPE);
-        posix_spawnattr_setsigdefault(&m_Attributes, &set);
-        posix_spawnattr_setflags(&m_Attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-        posix_spawn_file_actions_init(&m_Files);
-        posix_spawn_file_actions_addopen(&m_Files, STDIN_FILENO, "/dev/null", O_RDWR, 0);
-        posix_spawn_file_actions_adddup2(&m_Files, STDIN_FILENO, STDOUT_FILENO);
-        posix_spawn_file_actions_adddup2(&m_Files, STDIN_FILENO, STDERR_FILENO);
-        // Ours are close-on-exec; this is for the encoder library's.  Older C libraries cannot say it.
-#if __GLIBC_PREREQ(2, 34)
-        posix_spawn_file_actions_addclosefrom_np(&m_Files, STDERR_FILENO + 1);
-#endif
-    }
-    ~SpawnSetup() {
-        posix_spawn_file_actions_destroy(&m_Files);
-        posix_spawnattr_destroy(&m_Attributes);
-    }
-    SpawnSetup(const SpawnSetup&) = delete;
-    SpawnSetup& operator=(const SpawnSetup&) = delete;
-
-    // The child's pid, or 0.
-    pid_t Start(std::vector<std::string> command) {
-        std::vector<char*> arguments;
-        for (std::string& argument : command)
-            arguments.push_back(&argument[0]);
-        arguments.push_back(nullptr);
-        pid_t child = 0;
-        return posix_spawn(&child, arguments[0], &m_Files, &m_Attributes, arguments.data(), environ) == 0
-                   ? child
-                   : 0;
-    }
-
-private:
-    posix_spawnattr_t m_Attributes;
-    posix_spawn_file_actions_t m_Files;
-};
-
 // Whether all of src arrived in dst, which a full disk may deny as late as at the closing.
 bool CopyContents(const std::string& src, const std::string& dst) {
-    const UniqueFd in(open(src.c_str(), O_RDONLY | O_CLOEXEC));
-    UniqueFd out(open(dst.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
-    if (!in.Valid() || !out.Valid())
+    const UniqueFd in(open(src.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    struct stat status {};
+    if (!in.Valid() || fstat(in.Get(), &status) != 0 || !S_ISREG(status.st_mode))
+        return false; // a FIFO would never end
+    UniqueFd out = OpenRegularForWriting(dst.c_str(), O_TRUNC);
+    if (!out.Valid())
         return false;
     char buffer[64 * 1024];
     for (;;) {
@@ -163,40 +115,11 @@ void Capture::Resize() {
 
     // A leftover of an interrupted conversion must not be published when this one leaves nothing.
     unlink(LIVEVIEW_TMP_PATH.c_str());
-    if (!Convert(scale.fraction))
+    if (!m_Converter.Convert(scale.fraction, LIVEVIEW_TMP_PATH, MD_CAPTURE_PATH))
         unlink(LIVEVIEW_TMP_PATH.c_str());
     rename(LIVEVIEW_TMP_PATH.c_str(), LIVEVIEW_PATH.c_str());
     QZ_LOG(INF, "Resize complete. jpegSize: " << width << " X " << height << ", rate: " << scale.rate
                                               << ", ratio: " << scale.ratio << ", vertical: " << vertical);
-}
-
-bool Capture::Convert(const char* fraction) {
-    SpawnSetup setup;
-    pid_t child = 0;
-    {
-        const std::lock_guard<std::mutex> lock(m_ConverterLock);
-        child = setup.Start({AGENT_LATEST_PATH + "/djpeg", "-gif", "-scale", fraction, "-outfile",
-                             LIVEVIEW_TMP_PATH, MD_CAPTURE_PATH});
-        m_Converter = child;
-    }
-    if (child == 0)
-        return false;
-    // Waited for without collecting it, so that its pid stays its own until no one can kill it any more.
-    siginfo_t info{};
-    while (waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT) != 0 && errno == EINTR) {
-    }
-    const std::lock_guard<std::mutex> lock(m_ConverterLock);
-    m_Converter = 0;
-    int status = 0;
-    const bool collected = waitpid(child, &status, 0) == child;
-    return collected && WIFEXITED(status) &&
-           (WEXITSTATUS(status) == 0 || WEXITSTATUS(status) == DECODER_WARNING);
-}
-
-void Capture::KillConverter() {
-    const std::lock_guard<std::mutex> lock(m_ConverterLock);
-    if (m_Converter > 0)
-        kill(m_Converter, SIGKILL);
 }
 
 bool Capture::CopyFileBinary(std::string src, std::string dst) {

@@ -7,6 +7,8 @@
 #include <iostream>
 #include <string>
 
+#include "capture/EndWatch.h"
+#include "capture/SignalHandler.h"
 #include "common/Constants.h"
 #include "common/FileLogger.h"
 #include "common/PathConstants.h"
@@ -25,8 +27,25 @@ constexpr int LOG_DIRECTORY_MODE = 0755;
 constexpr int NORMAL_LEVEL = 4;
 constexpr int DEBUG_LEVEL = 6;
 
-// How long an orderly end waits for the lines that are still queued.
-constexpr std::chrono::milliseconds DRAIN_LIMIT{200};
+// How long an end waits for the lines that are still queued.
+constexpr std::chrono::milliseconds DRAIN_LIMIT{1000};
+
+// How the log is opened: at the start and, when a fault strikes after its end, once more.  Never destroyed.
+struct LogSettings {
+    std::string directory;
+    std::string name;
+    int level = NORMAL_LEVEL;
+};
+LogSettings& logSettings = *new LogSettings;
+
+bool OpenLog() {
+    return FileLogger::instance()->Initialize(logSettings.directory, logSettings.name, logSettings.level,
+                                              "%Y%m%d", false);
+}
+
+void ReopenLog() {
+    (void)OpenLog();
+}
 
 std::string ProgramPath(char** argv) {
     return argv[0] ? argv[0] : "";
@@ -40,10 +59,16 @@ Initializer::Initializer(int argc, char** argv) : m_Arguments(argc, argv), m_Pro
 
 Initializer::~Initializer() {
     Cleanup();
-    if (FileLogger* logger = FileLogger::instance()) {
-        logger->Drain(DRAIN_LIMIT);
-        delete logger;
-    }
+    EndWatch::enter(EndWatch::Stage::LOG, "the log");
+    SignalHandler::withLogAtRest(
+        [] {
+            if (FileLogger* logger = FileLogger::instance()) {
+                logger->Drain(DRAIN_LIMIT);
+                delete logger;
+            }
+        },
+        ReopenLog);
+    EndWatch::enter(EndWatch::Stage::EXIT, "the exit");
 }
 
 bool Initializer::Initialize(int /*argc*/, char** argv) {
@@ -55,14 +80,14 @@ bool Initializer::Initialize(int /*argc*/, char** argv) {
     if (!m_Process.Init(true))
         return false;
 
-    std::string name = ProgramPath(argv);
-    const size_t separator = name.rfind(PATH_SEPARATOR);
+    logSettings.name = ProgramPath(argv);
+    const size_t separator = logSettings.name.rfind(PATH_SEPARATOR);
     if (separator != std::string::npos)
-        name.erase(0, separator + PATH_SEPARATOR.size());
-    const std::string directory = LOG_DIR + PATH_SEPARATOR + "agent";
-    Util::MakeDirs(directory, LOG_DIRECTORY_MODE); // a failure shows when the file does not open
-    const int level = m_Arguments.Debug() ? DEBUG_LEVEL : NORMAL_LEVEL;
-    if (FileLogger::instance()->Initialize(directory, name, level, "%Y%m%d", false)) {
+        logSettings.name.erase(0, separator + PATH_SEPARATOR.size());
+    logSettings.directory = LOG_DIR + PATH_SEPARATOR + "agent";
+    Util::MakeDirs(logSettings.directory, LOG_DIRECTORY_MODE); // a failure shows when the file does not open
+    logSettings.level = m_Arguments.Debug() ? DEBUG_LEVEL : NORMAL_LEVEL;
+    if (OpenLog()) {
         m_Initialized = true;
         return true;
     }
@@ -75,9 +100,15 @@ void Initializer::Cleanup() {
     m_Initialized = false;
 }
 
+void Initializer::Release() {
+    m_Process.Release();
+}
+
 void Initializer::Abandon(int status) {
     FileLogger::instance()->Drain(DRAIN_LIMIT);
-    m_Process.Release();
+    EndWatch::enter(EndWatch::Stage::EXIT, "the exit");
+    Release();
+    SignalHandler::yieldToFault();
     _exit(status);
 }
 

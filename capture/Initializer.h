@@ -26,8 +26,11 @@ public:
 
     void Cleanup();
 
-    // Ends the process beside a thread that will not end: lets the log finish and releases the files, but
-    // destroys nothing that the thread may still use.
+    // Frees the single instance: removes its files and lets go of the lock.
+    void Release(); // main, or EndWatch's thread in its place
+
+    // Ends the process beside library threads that may still call back: lets the log finish and releases the
+    // files, but destroys nothing that they may use.
     [[noreturn]] void Abandon(int status);
 
     bool Initialized() const { return m_Initialized; }

@@ -11,12 +11,19 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <iterator>
+#include <system_error>
 #include <thread>
 
+#include "capture/Converter.h"
 #include "capture/SignalEventObserver.h"
 #include "common/FileLogger.h"
+#include "common/SignalMask.h"
+
+using qz::common::AllSignalsBlocked;
 
 namespace qz::capture {
 
@@ -27,39 +34,45 @@ namespace {
 constexpr int HANDLED_SIGNALS[] = {SIGTERM, SIGINT,  SIGSEGV, SIGABRT, SIGILL,  SIGFPE,
                                    SIGQUIT, SIGKILL, SIGTSTP, SIGHUP,  SIGUSR1, SIGALRM};
 
-constexpr unsigned char STOP_TOKEN = 0; // no signal has this number
-
-// The pipe between the handler and the dispatcher.  Both ends live as long as the process: a signal may come
-// at any time.
+// The pipe that wakes the dispatcher.  Both ends live as long as the process: a signal may come at any time.
 std::atomic<int> readEnd{-1};
 std::atomic<int> writeEnd{-1};
 static_assert(std::atomic<int>::is_always_lock_free, "the handler must not take a lock");
 
-std::thread dispatcher;
+constexpr int WAKE_ATTEMPTS = 3;
 
-// The thread that the first fault struck (0: none yet), and that fault.
+// What has come and has not been dispatched, by signal number; the first for numbers that are none.
+std::atomic<bool> pending[256];
+std::atomic<int> strayNumber{0};
+
+// The thread that the first fault struck; 0: none yet.
 std::atomic<pid_t> faultThread{0};
-std::atomic<int> faultSignal{0};
 
 bool IsFault(int signal) {
     return signal == SIGILL || signal == SIGABRT || signal == SIGFPE || signal == SIGSEGV;
 }
 
-// The signals that blockInThisThread and the dispatcher hold back.
-sigset_t NonFaultSignals() {
+sigset_t HandledSignals(bool faults) {
     sigset_t set;
     sigemptyset(&set);
     for (const int signal : HANDLED_SIGNALS) {
-        if (!IsFault(signal))
+        if (IsFault(signal) == faults)
             sigaddset(&set, signal);
     }
     return set;
 }
 
 // Async-signal-safe, like everything below that the handler calls.
-bool Tell(unsigned char number) {
-    const int fd = writeEnd;
-    return fd < 0 || write(fd, &number, 1) == 1 || errno != EAGAIN;
+void Tell(int signal) {
+    const bool known = signal > 0 && signal < static_cast<int>(std::size(pending));
+    if (!known)
+        strayNumber = signal;
+    pending[known ? signal : 0] = true;
+    const char anything = 0;
+    for (int attempt = 0; attempt < WAKE_ATTEMPTS; ++attempt) {
+        if (write(writeEnd, &anything, 1) == 1 || errno == EAGAIN)
+            return; // a full pipe wakes as well
+    }
 }
 
 void Pause(time_t seconds, long nanoseconds) {
@@ -93,17 +106,20 @@ void RunInShell(const char* command) {
     posix_spawnattr_destroy(&attributes);
 }
 
-// Ends the process by the signal's default action.
-[[noreturn]] void EndBy(int signal) {
-    struct sigaction action {};
-    action.sa_handler = SIG_DFL;
-    sigemptyset(&action.sa_mask);
+// Raises the signal in this thread, which has it blocked.
+void Raise(int signal, const struct sigaction& action) {
     sigaction(signal, &action, nullptr);
     sigset_t set;
     sigemptyset(&set);
     sigaddset(&set, signal);
     pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
     raise(signal);
+}
+
+[[noreturn]] void EndByDefault(int signal) {
+    struct sigaction action {};
+    action.sa_handler = SIG_DFL;
+    Raise(signal, action);
     _exit(128 + signal); // only where the default action does not apply, as for a namespace's first process
 }
 
@@ -111,39 +127,50 @@ void RunInShell(const char* command) {
 
 struct sigaction SignalHandler::m_SigactNew[SIGNAL_LIMIT] = {};
 struct sigaction SignalHandler::m_SigactOrg[SIGNAL_LIMIT] = {};
-std::mutex SignalHandler::m_ObserverLock;
-std::list<SignalEventObserver*> SignalHandler::m_Observer;
+// Never destroyed: the dispatcher outlives static objects.
+std::mutex& SignalHandler::m_DispatchLock = *new std::mutex;
+std::list<SignalEventObserver*>& SignalHandler::m_Observer = *new std::list<SignalEventObserver*>;
+bool SignalHandler::m_Stopped = false;
+void (*SignalHandler::m_ReopenLog)() = nullptr;
 
 void SignalHandler::subscribe(SignalEventObserver* observer) {
     if (!observer)
         return;
-    const std::lock_guard<std::mutex> lock(m_ObserverLock);
+    const std::lock_guard<std::mutex> lock(m_DispatchLock);
     m_Observer.push_back(observer);
 }
 
-void SignalHandler::setupSignal() {
+bool SignalHandler::setupSignal() {
     int ends[2];
-    if (!dispatcher.joinable() && pipe2(ends, O_CLOEXEC) == 0) {
-        fcntl(ends[1], F_SETFL, O_NONBLOCK); // the handler must never wait; the dispatcher does
-        readEnd = ends[0];
-        writeEnd = ends[1];
-        // The dispatcher is born with the signals blocked, so that they interrupt other threads, not its
-        // logging.
-        const sigset_t blocked = NonFaultSignals();
-        sigset_t before;
-        pthread_sigmask(SIG_BLOCK, &blocked, &before);
-        dispatcher = std::thread(dispatchLoop);
-        pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    if (pipe2(ends, O_CLOEXEC) != 0) {
+        const int error = errno;
+        QZ_LOG(ERR, "no pipe for the signals: " << strerror(error));
+        return false;
     }
+    fcntl(ends[1], F_SETFL, O_NONBLOCK); // the handler must never wait; the dispatcher does
+    readEnd = ends[0];
+    writeEnd = ends[1];
+    try {
+        const AllSignalsBlocked blocked;
+        std::thread(dispatchLoop).detach();
+    } catch (const std::system_error& error) {
+        QZ_LOG(ERR, "no thread for the signals: " << error.what());
+        return false;
+    }
+    std::atexit(yieldToFault);
     for (const int signal : HANDLED_SIGNALS)
         setSignalAction(signal);
     signal(SIGPIPE, SIG_IGN);
     QZ_LOG(INF, " * SetupSignal (SIGPIPE) : IGNORE SIGNAL.");
+    return true;
 }
 
 void SignalHandler::setSignalAction(int signal) {
     m_SigactNew[signal].sa_handler = handleSignal;
     sigemptyset(&m_SigactNew[signal].sa_mask);
+    if (IsFault(signal))
+        m_SigactNew[signal].sa_mask =
+            HandledSignals(true); // another fault that is sent cannot cut in on the first
     sigaction(signal, &m_SigactNew[signal], &m_SigactOrg[signal]);
     QZ_LOG(INF, " * handler registered. SetupSignal (" << strsignal(signal) << ":" << signal << ")");
 }
@@ -152,23 +179,30 @@ void SignalHandler::handleSignal(int signal) {
     const int error = errno;
     if (IsFault(signal))
         endByFault(signal);
-    Tell(
-        static_cast<unsigned char>(signal)); // a full pipe holds thousands unread: one more tells nothing new
+    Tell(signal);
     errno = error;
 }
 
 void SignalHandler::dispatchLoop() {
-    unsigned char number = STOP_TOKEN;
     for (;;) {
-        const ssize_t count = read(readEnd, &number, 1);
-        if (count == 1 && number != STOP_TOKEN)
-            dispatch(number);
-        else if (count >= 0 || errno != EINTR)
-            return;
+        char waking[4096]; // as much as has come: what counts are the marks
+        if (read(readEnd, waking, sizeof waking) < 0)
+            Pause(0, 10000000); // whatever it is, the signals go on
+        const std::lock_guard<std::mutex> lock(m_DispatchLock);
+        dispatchPending();
+    }
+}
+
+void SignalHandler::dispatchPending() {
+    for (int number = 0; number < SIGNAL_LIMIT; ++number) {
+        if (pending[number].exchange(false) && (!m_Stopped || IsFault(number)))
+            dispatch(number == 0 ? strayNumber.load() : number);
     }
 }
 
 void SignalHandler::dispatch(int signal) {
+    if (m_ReopenLog)
+        m_ReopenLog();
     QZ_LOG(INF, " Receives signal(" << strsignal(signal) << ":" << signal << "). ");
     switch (signal) {
     case SIGHUP:
@@ -178,16 +212,10 @@ void SignalHandler::dispatch(int signal) {
     case SIGUSR1:
     case SIGALRM:
     case SIGTERM:
-    case SIGTSTP: {
-        std::list<SignalEventObserver*> observers;
-        {
-            const std::lock_guard<std::mutex> lock(m_ObserverLock);
-            observers = m_Observer;
-        }
-        for (SignalEventObserver* observer : observers)
+    case SIGTSTP:
+        for (SignalEventObserver* observer : m_Observer)
             observer->OnSignalEvent(signal, -1);
         break;
-    }
     case SIGILL:
     case SIGABRT:
     case SIGFPE:
@@ -200,51 +228,49 @@ void SignalHandler::dispatch(int signal) {
 }
 
 void SignalHandler::endByFault(int signal) {
-    const auto self = static_cast<pid_t>(syscall(SYS_gettid));
-    pid_t first = 0;
-    if (!faultThread.compare_exchange_strong(first, self)) {
-        // Another fault during the first one's end.  On the same thread it struck that very end: finish now.
-        if (first == self)
-            EndBy(faultSignal != 0 ? faultSignal.load() : signal);
+    pid_t none = 0;
+    if (!faultThread.compare_exchange_strong(none, static_cast<pid_t>(syscall(SYS_gettid)))) {
         for (;;)
-            Pause(60, 0);
+            Pause(60, 0); // the first one ends the process
     }
-    faultSignal = signal;
 
-    Tell(static_cast<unsigned char>(signal));
+    Tell(signal);
     Pause(2, 0);
+    Converter::KillRunning();
     kill(getpid(), SIGCONT);
     char command[32];
     snprintf(command, sizeof command, "kill -CONT %d", static_cast<int>(getpid()));
     RunInShell(command);
 
     const struct sigaction& saved = m_SigactOrg[signal];
-    if ((saved.sa_flags & SA_SIGINFO) != 0) {
-        // It wants to know more than this handler was told: let the kernel call it.
-        sigaction(signal, &saved, nullptr);
-        sigset_t set;
-        sigemptyset(&set);
-        sigaddset(&set, signal);
-        pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
-        raise(signal);
-    } else if (saved.sa_handler != SIG_DFL && saved.sa_handler != SIG_IGN) {
+    if ((saved.sa_flags & SA_SIGINFO) != 0)
+        Raise(signal, saved); // it wants to know more than this handler was told: let the kernel call it
+    else if (saved.sa_handler != SIG_DFL && saved.sa_handler != SIG_IGN)
         saved.sa_handler(signal);
-    }
-    EndBy(signal);
+    EndByDefault(signal);
 }
 
 void SignalHandler::stop() {
-    if (dispatcher.joinable()) {
-        while (!Tell(STOP_TOKEN))
-            Pause(0, 1000000); // full: the dispatcher is emptying it
-        dispatcher.join();
-    }
+    blockInThisThread(); // a flood of them would hold up the exit
+    const std::lock_guard<std::mutex> lock(m_DispatchLock);
+    dispatchPending();
+    m_Stopped = true;
+}
+
+void SignalHandler::withLogAtRest(const std::function<void()>& work, void (*reopenLog)()) {
+    yieldToFault(); // one that is under way has yet to be logged
+    const std::lock_guard<std::mutex> lock(m_DispatchLock);
+    work();
+    m_ReopenLog = reopenLog;
+}
+
+void SignalHandler::yieldToFault() {
     while (faultThread != 0)
         Pause(60, 0);
 }
 
 void SignalHandler::blockInThisThread() {
-    const sigset_t blocked = NonFaultSignals();
+    const sigset_t blocked = HandledSignals(false);
     pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
 }
 

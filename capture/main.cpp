@@ -9,12 +9,14 @@
 #include <thread>
 
 #include "capture/Capture.h"
+#include "capture/EndWatch.h"
 #include "capture/Initializer.h"
 #include "capture/SignalHandler.h"
 #include "common/FileLogger.h"
 #include "common/Util.h"
 
 using qz::capture::Capture;
+using qz::capture::EndWatch;
 using qz::capture::Initializer;
 using qz::capture::SignalHandler;
 using qz::common::Util;
@@ -28,26 +30,34 @@ void SleepMicroseconds(int count) {
     std::this_thread::sleep_for(std::chrono::microseconds(count));
 }
 
-// A parent may have closed the standard descriptors.  Nothing that is opened later, a lock or the log, may
-// land there.
-void OpenStandardDescriptors() {
+// What a parent may have left, and what the system has for it: signals that are blocked or ignored, a file
+// size limit that would end the process instead of failing the write, closed standard descriptors.  Nothing
+// that is opened later, a lock or the log, may land on one of those.
+void SetAsideWhatIsInherited() {
+    signal(SIGCHLD, SIG_DFL); // ignored, the decoder's status would be nobody's
+    signal(SIGXFSZ, SIG_IGN);
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
         if (fcntl(fd, F_GETFD) == -1)
             (void)open("/dev/null", O_RDWR); // takes the lowest free number, which is this one
     }
 }
 
-// After this no observer is called and, unless a library call never returned, no thread is in the engine.
-void Delete(Capture* engine) {
+// False, with the engine left alone, when the library did not close: its threads may still call back.
+bool Delete(Capture* engine) {
     SignalHandler::stop();
-    if (engine->Quiescent())
-        delete engine;
+    if (!engine->LibraryClosed())
+        return false;
+    delete engine;
+    return true;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    OpenStandardDescriptors();
+    SetAsideWhatIsInherited();
     Initializer initializer(argc, argv);
     if (!initializer.Initialized()) {
         std::cout << "failure to process initialize" << std::endl; // also the end of a --stop
@@ -61,27 +71,31 @@ int main(int argc, char** argv) {
     QZ_LOG(INF, RULER);
 
     auto* engine = new Capture();
-    SignalHandler::setupSignal();
+    if (!EndWatch::start([&initializer] { initializer.Release(); }) || !SignalHandler::setupSignal()) {
+        delete engine;
+        std::cout << "failure to process initialize" << std::endl;
+        return -1;
+    }
     SignalHandler::subscribe(engine);
     SleepMicroseconds(1000);
     QZ_LOG(INF, " * TORMEL PLINTA CAPTURE [Ready]");
 
-    const bool orderly = engine->Run() > 0;
-    const bool quiescent = engine->Quiescent();
-    const int status = orderly ? 0 : -1;
+    const int status = engine->Run() > 0 ? 0 : -1;
+    EndWatch::begin(status);
+    bool deleted = false;
     // The two orders differ, deliberately.
-    if (orderly) {
+    if (status == 0) {
         engine->Stop();
-        Delete(engine);
+        deleted = Delete(engine);
         QZ_LOG(INF, "TORMEL PLINTA CAPTURE [Terminated]");
         SleepMicroseconds(300);
     } else {
         QZ_LOG(INF, "TORMEL PLINTA CAPTURE [Terminated]");
         engine->Stop();
         SleepMicroseconds(300);
-        Delete(engine);
+        deleted = Delete(engine);
     }
-    if (!quiescent)
+    if (!deleted)
         initializer.Abandon(status);
     return status;
 }

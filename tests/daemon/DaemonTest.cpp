@@ -185,7 +185,7 @@ TEST(Daemon, ALibraryCallThatDoesNotReturnHoldsUpTheEndForFourSeconds) {
     kill(daemon.Pid(), SIGTERM);
     ExpectOrderlyEnd(daemon);
     EXPECT_LT(Since(start), 5000);
-    ExpectInOrder({"ERR command pipe task still busy", TERMINATED});
+    ExpectInOrder({"ERR gave up waiting for the command pipe task", TERMINATED});
 }
 
 // At every moment of a short life: the start, a snapshot, the rotation's pause, the teardown.
