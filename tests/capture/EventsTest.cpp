@@ -1,10 +1,13 @@
 // Events, states, library log lines and signals: what is logged and what ends a session.
+#include <cstring>
 #include <set>
 
+#include "capture/SignalHandler.h"
 #include "tests/capture/RunningSession.h"
 
 using namespace support;
 using qz::capture::Capture;
+using qz::capture::SignalHandler;
 
 namespace {
 
@@ -25,6 +28,7 @@ TEST(Events, OnlyTheListedCodesEndTheSessionAndOnlyFromTheirOwnSource) {
         RunningSession session;
         Report(session.capture, source, code);
         EXPECT_TRUE(session.Ended(5000));
+        EXPECT_EQ(session.capture.Run(), -1); // once per object
     }
     RunningSession session;
     for (const char source : {'s', 'm', 'x'}) {
@@ -62,6 +66,21 @@ TEST(Events, NullUsersUnknownCodesAndNoSession) {
               Texts({"DBG LogLevel[5] kept", "DBG MdState : STATE_ENCODING", "DBG MdState : UNKNOWN",
                      "DBG UNKNOWN STATE : 5", "DBG MdState : UNKNOWN", "DBG UNKNOWN STATE : -1",
                      "DBG SysEvent : EVT_BOARD_HW_BTN_RECORD_CLICKED"}));
+}
+
+TEST(Signals, OutsideTheirRangeAreUnregisteredNotCut) {
+    Log log;
+    ASSERT_TRUE(SignalHandler::setupSignal());
+    for (const int number : {256 + SIGTERM, -1, SIGUSR2}) {
+        SignalHandler::handleSignal(number);
+        const std::string name = strsignal(number);
+        EXPECT_TRUE(Eventually([&] {
+            const Texts all = log.Messages();
+            return all.back() == "INF  unregistered signal. ignore." &&
+                   all[all.size() - 2] ==
+                       "INF  Receives signal(" + name + ":" + std::to_string(number) + "). ";
+        })) << number;
+    }
 }
 
 TEST(Events, ManyPartiesEndOneSessionOnce) {

@@ -99,6 +99,21 @@ TEST(Snapshot, TheLastLiveViewSurvivesEveryFailure) {
     }
 }
 
+// Where SIGCHLD is ignored, nobody learns the decoder's status: the picture itself must tell.
+TEST(Snapshot, AnUnknownStatusIsNotAFailedOne) {
+    Encoding bench(640, 480);
+    signal(SIGCHLD, SIG_IGN);
+    const std::string tmp = Appliance::Tmp("liveview_tmp.gif");
+    for (const std::string content : {"GIF whole;", "GIF half", ";", ""}) {
+        WriteFile(Appliance::Tmp("liveview.gif"), "old");
+        Appliance::ReplaceDecoder("printf '" + content + "' > " + tmp);
+        EXPECT_TRUE(bench.capture.XEncCapture());
+        EXPECT_EQ(ReadFile(Appliance::Tmp("liveview.gif")), content == "GIF whole;" ? content : "old");
+        EXPECT_FALSE(Exists(tmp));
+    }
+    signal(SIGCHLD, SIG_DFL);
+}
+
 TEST(Snapshot, TheDecoderInheritsNothing) {
     signal(SIGPIPE, SIG_IGN);
     ASSERT_EQ(fcntl(0, F_DUPFD, 100), 100); // as the encoder library's descriptors may be
@@ -120,6 +135,7 @@ TEST(CopyFile, OutcomesAndWhatStaysUntouched) {
     WriteFile("/opt/big", big);
     WriteFile("/opt/empty", "");
     WriteFile("/opt/old", "old");
+    ASSERT_EQ(mkfifo("/opt/fifo", 0600), 0);
     Shell("mkdir /opt/full && mount -t tmpfs -o size=64k none /opt/full");
     const std::string done = "INF copy finished: `", failed = "ERR cannot read File";
     // From, to, the line, what is in /opt/old then.
@@ -130,6 +146,7 @@ TEST(CopyFile, OutcomesAndWhatStaysUntouched) {
         {"/opt", "/opt/old", "", "old"},
         {"/opt/big", "/opt/old", done + "/opt/big` to `/opt/old`", big},
         {"/opt/empty", "/opt/old", done + "/opt/empty` to `/opt/old`", ""},
+        {"/opt/fifo", "/opt/new", failed, ""},
         {"/opt/big", "/opt/no/such", failed, ""},
         {"/opt/big", "/opt/full/copy", failed, ""}};
     for (const auto& [from, to, line, content] : rows) {

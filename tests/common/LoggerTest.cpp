@@ -1,11 +1,13 @@
 // The log and its pool: line format, thresholds, files and their rotation, refused and discarded items, the
 // bounded join.
 #include <sys/mount.h>
+#include <syslog.h> // before the logger's header, whose names its macros must not touch
 
 #include <iomanip>
 #include <set>
 
 #include "common/FileLogger.h"
+#include "common/Owners.h"
 #include "common/ThreadPool.h"
 #include "common/Util.h"
 #include "tests/support/Support.h"
@@ -59,6 +61,7 @@ TEST(Pool, AdmitsLimitPlusOneAndHandsTheRestToTheDeletor) {
         EXPECT_TRUE(pool.Enqueue(&items[2]));
         EXPECT_FALSE(pool.Enqueue(&items[3]));
         EXPECT_EQ(pool.Pending(), 2);
+        EXPECT_EQ(pool.WorkerCount(), 1U);
         releaser = std::thread([&] {
             std::this_thread::sleep_for(std::chrono::milliseconds(50)); // the destructor has long begun
             recorder.release = true;
@@ -67,6 +70,14 @@ TEST(Pool, AdmitsLimitPlusOneAndHandsTheRestToTheDeletor) {
     releaser.join();
     EXPECT_EQ(recorder.executed, std::vector<void*>({&items[0]}));
     EXPECT_EQ(recorder.deleted, std::vector<void*>({&items[1], &items[2]}));
+
+    recorder.blocked = recorder.release = false;
+    ThreadPool pool(&recorder, 1, 1);
+    EXPECT_TRUE(pool.Enqueue(&items[3]));
+    ASSERT_TRUE(Eventually([&] { return recorder.blocked.load(); }));
+    EXPECT_FALSE(pool.Idle()); // the queue is empty, the item is in work
+    recorder.release = true;
+    EXPECT_TRUE(Eventually([&] { return pool.Idle(); }));
 }
 
 TEST(Threads, BoundedJoinAlwaysJoins) {
@@ -108,6 +119,7 @@ TEST(Logger, TheStatementIsOneExpressionAndLeavesNothingBehind) {
     int evaluated = 0;
     QZ_LOG(DBG, ++evaluated);
     EXPECT_EQ(evaluated, 0);
+    EXPECT_THROW(QZ_LOG(INF, "half a line " << std::string().at(1)), std::out_of_range);
     const Texts messages = log.Messages();
     ASSERT_EQ(messages.size(), 3U);
     EXPECT_EQ(messages[0], "INF 123*******ff");
@@ -148,6 +160,14 @@ TEST(Logger, KeepsTheTenNewestFilesOfItsOwn) {
     EXPECT_EQ(logger->GetLogFileList(files, 17), 10);
     for (const std::string& other : others)
         EXPECT_EQ(ReadFile(DIRECTORY + "/" + other), "kept");
+    // A clock that was set back: all others are newer than the open file, which stays.
+    for (int day = 10; day < 21; ++day)
+        WriteFile(DIRECTORY + "/test-299901" + std::to_string(day) + ".log", "newer");
+    testing::internal::CaptureStdout();
+    logger->CheckLogCount();
+    EXPECT_EQ(testing::internal::GetCapturedStdout().find(LogFile()), std::string::npos);
+    EXPECT_TRUE(Exists(LogFile()));
+    EXPECT_EQ(logger->GetLogFileList(files = {}, 17), 10);
     EXPECT_TRUE(logger->CheckLogSize());
     EXPECT_EQ(logger->getFileSize(), 0);
     delete logger;
@@ -191,6 +211,13 @@ TEST(Logger, LinesComeBackAfterAMissingDirectoryAndAFullDisk) {
     Talker::Say("lost");
     ASSERT_EQ(mkdir(DIRECTORY.c_str(), 0755), 0);
     EXPECT_TRUE(arrives("directory is back"));
+    // Its descriptor is closed behind its back, and the number means another file.
+    Util::CloseAllFDsProcess();
+    std::vector<UniqueFd> others;
+    for (int i = 0; i < 5; ++i)
+        others.emplace_back(open("/opt/other", O_WRONLY | O_CREAT, 0600));
+    EXPECT_TRUE(arrives("descriptor is back"));
+    EXPECT_EQ(ReadFile("/opt/other"), "");
 
     ASSERT_EQ(mount("none", DIRECTORY.c_str(), "tmpfs", 0, "size=8k"), 0);
     ASSERT_TRUE(logger->Initialize(DIRECTORY, "test", 6, "%Y%m%d", false));
@@ -200,23 +227,38 @@ TEST(Logger, LinesComeBackAfterAMissingDirectoryAndAFullDisk) {
     logger->Drain(std::chrono::seconds(10));
     unlink((DIRECTORY + "/fill").c_str());
     EXPECT_TRUE(arrives("space is back"));
+    std::istringstream lines(
+        ReadFile(LogFile())); // none of them the beginning of one and the rest of another
+    for (std::string line; std::getline(lines, line);)
+        EXPECT_TRUE(line.find("INF") == line.rfind("INF") && line.back() == ']') << line;
     delete logger;
     umount(DIRECTORY.c_str());
 }
 
+// Made before the thread's first line, so destroyed after everything that lines leave behind in the thread.
+struct Farewell {
+    ~Farewell() { Talker::Say("0 1000"); }
+};
+
 TEST(Logger, ManyThreadsLoseNoLineAndKeepTheirOrder) {
     Log log;
     OnFourThreads([](int thread) {
+        if (thread == 0) {
+            thread_local const Farewell farewell;
+            (void)farewell;
+        }
         for (int i = 0; i < 1000; ++i) {
             Talker::Say(std::to_string(thread) + " " + std::to_string(i));
             if (i % 200 == 0) // let the worker go idle: a wake-up that is missed costs 10 ms, no line
                 FileLogger::instance()->Drain(std::chrono::seconds(1));
         }
     });
+    // Opened once more, it keeps what is queued.
+    EXPECT_TRUE(FileLogger::instance()->Initialize(DIRECTORY, "test", 6, "%Y%m%d", false));
     int next[4] = {};
     for (const std::string& message : log.Messages())
         EXPECT_EQ(message.substr(6), std::to_string(next[message[4] - '0']++));
-    EXPECT_EQ(std::set<int>(next, next + 4), std::set<int>({1000}));
+    EXPECT_EQ(std::set<int>(next, next + 4), std::set<int>({1000, 1001}));
 }
 
 } // namespace

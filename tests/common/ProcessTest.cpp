@@ -39,7 +39,13 @@ TEST(Process, OneOwnerAtATimeAndNothingLeftBehind) {
         Process first("/usr/bin/thing");
         ASSERT_TRUE(first.Init(true));
         EXPECT_FALSE(Process("thing").Init(true)); // was never the owner
-        EXPECT_TRUE(Exists(LOCK));
+        EXPECT_TRUE(first.Init(true));             // keeps what it holds
+        EXPECT_FALSE(Process("thing").Init(true));
+        unlink(LOCK.c_str());
+        Process second("thing");
+        EXPECT_TRUE(second.Lock() > 0 && first.Lock() == -1);
+        second.Unlock();
+        EXPECT_GT(first.Lock(), 0);
         EXPECT_EQ(ReadFile(PID), std::to_string(getpid()));
         EXPECT_EQ(fcntl(Util::FileLock("/opt/lock"), F_GETFD), FD_CLOEXEC);
     }
@@ -50,6 +56,7 @@ TEST(Process, OneOwnerAtATimeAndNothingLeftBehind) {
     rmdir(PID.c_str());
     EXPECT_TRUE(Process("thing").Init(true));
     EXPECT_EQ(testing::internal::GetCapturedStdout(), " * already running process:thing\n"
+                                                      " * already running process:thing\n"
                                                       "failure to create pid file:/var/run/thing.pid\n"
                                                       " * failure to log pid:/var/run/thing.pid\n");
 }
@@ -75,6 +82,9 @@ TEST(Process, HostileFilesAreRefused) {
     ASSERT_EQ(symlink("/opt/precious", LOCK.c_str()), 0);
     EXPECT_EQ(Util::FileLock(LOCK), -1);
     EXPECT_EQ(ReadFile("/opt/precious"), "precious");
+    unlink(LOCK.c_str());
+    ASSERT_EQ(mkfifo(LOCK.c_str(), 0600), 0);
+    EXPECT_EQ(Util::FileLock(LOCK), -1); // at once
 
     const std::pair<const char*, int> rows[] = {
         {"0", 0},           {"", 0},           {"-1", -1},

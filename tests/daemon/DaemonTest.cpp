@@ -39,7 +39,7 @@ struct ReadyDaemon : Appliance, Daemon {
 };
 
 TEST(Daemon, APictureGoesInAndALiveViewComesOut) {
-    ReadyDaemon daemon("--debug", "QZ_SCREEN_MODE=0");
+    ReadyDaemon daemon("--debug", "--ignore-signal=CHLD QZ_SCREEN_MODE=0"); // a parent's setting
     EXPECT_EQ(ReadFile(PID), std::to_string(daemon.Pid()));
     EXPECT_TRUE(Exists(LOCK));
     const std::string resized = "INF Resize complete. jpegSize: ";
@@ -92,6 +92,26 @@ TEST(Daemon, OptionsAndRefusals) {
     EXPECT_EQ(unlogged.Output(), " * initialize log failed. not write logs.\n" + failure);
 }
 
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // whose runtimes want descriptors too
+TEST(Daemon, StartsOrSaysWhyNotWithAnyNumberOfDescriptors) {
+    for (int descriptors = 4; descriptors < 12; ++descriptors) {
+        SCOPED_TRACE(descriptors);
+        Appliance appliance;
+        Daemon daemon("--debug", "prlimit --nofile=" + std::to_string(descriptors));
+        if (descriptors == 5) {
+            EXPECT_TRUE(daemon.Logs("ERR no pipe for the signals: Too many open files"));
+            EXPECT_EQ(daemon.Status(), 255);
+            EXPECT_EQ(daemon.Output(), "failure to process initialize\n");
+        }
+        Eventually(
+            [&] { return daemon.Status(0) != -1 || Daemon::LogText().find("succeed") != std::string::npos; });
+        kill(daemon.Pid(), SIGTERM);
+        EXPECT_TRUE(daemon.Status(5000) == 255 || daemon.Status() == 0) << daemon.Status();
+        EXPECT_FALSE(Exists(LOCK) || Exists(PID));
+    }
+}
+#endif
+
 TEST(Daemon, OneInstanceAndTheStopRequest) {
     ReadyDaemon first("-c anything");
     const std::string log = Daemon::LogText();
@@ -132,7 +152,9 @@ TEST(Daemon, SignalsEndItOrDoNotAndFaultsKeepTheirStatusAlsoWithoutStandardInput
     for (const int ending : {SIGTERM, SIGQUIT, SIGUSR1, SIGSEGV, SIGABRT, SIGILL, SIGFPE}) {
         const std::string name = strsignal(ending);
         SCOPED_TRACE(name);
-        ReadyDaemon daemon("--debug <&-"); // a closed descriptor: nothing of the daemon's own may land there
+        ReadyDaemon daemon(
+            "--debug <&-",
+            "--block-signal=TERM"); // a closed descriptor: nothing of the daemon's own may land there
         const std::string input = "/proc/" + std::to_string(daemon.Pid()) + "/fd/0";
         EXPECT_EQ(std::filesystem::read_symlink(input), "/dev/null");
         for (const int harmless : {SIGINT, SIGHUP, SIGALRM, SIGTSTP, SIGPIPE})
@@ -147,11 +169,14 @@ TEST(Daemon, SignalsEndItOrDoNotAndFaultsKeepTheirStatusAlsoWithoutStandardInput
             ExpectOrderlyEnd(daemon);
             continue;
         }
+        kill(daemon.Pid(), SIGABRT); // a second fault does not take the first one's place
         EXPECT_TRUE(daemon.Logs("INF Abnormal process exit."));
         kill(daemon.Pid(), SIGTERM); // an orderly end on the way does not hide the fault
         EXPECT_EQ(daemon.Status(), 128 + ending);
         EXPECT_GE(Since(start), 1990);
         EXPECT_LT(Since(start), 3900); // one pause, not two
+        const std::string log = Daemon::LogText();
+        EXPECT_EQ(log.find("Abnormal process"), log.rfind("Abnormal process"));
     }
 }
 
@@ -200,7 +225,6 @@ TEST(Daemon, SignalsAndCommandsInAFlood) {
             while (!done) {
                 for (const int harmless : {SIGINT, SIGHUP, SIGALRM, SIGTSTP})
                     kill(daemon.Pid(), harmless);
-                std::this_thread::sleep_for(std::chrono::microseconds(200));
             }
         });
         EXPECT_TRUE(daemon.Ready());
