@@ -105,7 +105,7 @@ esac
 mkdir -p "$out" && out=$(cd "$out" && pwd) && [ -w "$out" ] || die "cannot write to $out"
 
 "$root/scripts/setup.sh" build test demo && "$root/scripts/build.sh" release capture || die 'the daemon could not be built'
-"$root/tests/sandbox.sh" true || exit 1
+"$root/scripts/sandbox.sh" true || exit 1
 
 work=$(mktemp -d "$root/build/demo.XXXXXX") || die "cannot write to $root/build"
 trap 'rm -rf "$work"' EXIT
@@ -116,7 +116,7 @@ done
 
 say "starting the daemon on a private appliance${pictures[0]:+, ${#pictures[@]} picture(s) of yours in front of it}"
 status=0
-"$root/tests/sandbox.sh" "$root/scripts/demo.sh" --appliance "$work" || status=$?
+"$root/scripts/sandbox.sh" "$root/scripts/demo.sh" --appliance "$work" || status=$?
 
 results=(1-md_capture.jpg 1-liveview.gif 2-md_capture.jpg 2-liveview.gif capture.log console.txt)
 for file in "${results[@]}"; do

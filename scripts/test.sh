@@ -3,7 +3,7 @@
 #
 #   scripts/test.sh [PRESET [CTEST-OPTION...]]     scripts/test.sh release -R Snapshot
 #
-# Every test gets a private /opt, /run and /var/log (tests/sandbox.sh).  Where the kernel forbids that the tests
+# Every test gets a private /opt, /run and /var/log (scripts/sandbox.sh).  Where the kernel forbids that the tests
 # are skipped; with SANDBOX_REQUIRED=1 in the environment they fail instead.
 set -eu
 
@@ -17,6 +17,6 @@ here=$(cd "$(dirname "$0")" && pwd -P)
 "$here/setup.sh" build test demo
 "$here/build.sh" "$preset"
 cd "$here/.."
-reason=$(tests/sandbox.sh true 2>&1) || printf 'test: the tests that need a sandbox cannot run here: %s\n' "$reason"
+reason=$(scripts/sandbox.sh true 2>&1) || printf 'test: the tests that need a sandbox cannot run here: %s\n' "$reason"
 printf 'test: ctest, preset %s\n' "$preset"
 exec ctest --preset "$preset" "$@"
