@@ -10,10 +10,15 @@
 #include <thread>
 #include <vector>
 
+#include "common/Constants.h"
+
 // What the benchmarks share: clocks, medians, and the report of figures beside their limits.  Times are in
 // microseconds.  Every variant of a comparison runs in turn in one process, so that what disturbs the machine
 // disturbs all of them.
 namespace qz::benchmarks {
+
+// The daemon's, on the private appliance (scripts/appliance.sh).
+inline const std::string LOG_DIRECTORY = common::LOG_DIR + "/agent";
 
 inline double WallTime() {
     return std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now().time_since_epoch())

@@ -1,5 +1,5 @@
 // The daemon's start and its ends: how long from the trigger to the exit of the process, idle in its select;
-// how long from the start to "[Ready]"; the idle daemon's memory.  Run in tests/sandbox.sh.
+// how long from the start to "[Ready]"; the idle daemon's memory.  Run in scripts/appliance.sh.
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
@@ -16,7 +16,6 @@
 #include <string>
 #include <vector>
 
-#include "benchmarks/Appliance.h"
 #include "benchmarks/Measure.h"
 #include "common/Constants.h"
 #include "common/Owners.h"
@@ -138,7 +137,6 @@ double ClosingTime() {
 
 int main() {
     using namespace qz::benchmarks;
-    MakeAppliance();
     Require(mkfifo(CONTROL_PATH.c_str(), 0666) == 0, "cannot make the control FIFO");
 
     const struct {

@@ -1,5 +1,5 @@
 // What a log line costs its caller, against spdlog's asynchronous logger writing the same bytes, and what a
-// disabled one costs, against one load and one comparison.  Run in tests/sandbox.sh.
+// disabled one costs, against one load and one comparison.  Run in scripts/appliance.sh.
 #include <spdlog/async.h>
 #include <spdlog/sinks/basic_file_sink.h>
 #include <spdlog/spdlog.h>
@@ -13,7 +13,6 @@
 #include <string>
 #include <vector>
 
-#include "benchmarks/Appliance.h"
 #include "benchmarks/Measure.h"
 #include "common/FileLogger.h"
 
@@ -119,7 +118,6 @@ size_t LineLength(const std::string& path, size_t count) {
 
 int main() {
     using namespace qz::benchmarks;
-    MakeAppliance();
     const std::string ourFile =
         LOG_DIRECTORY + "/ours-" + FileLogger::GetDateFormat(time(nullptr), "%Y%m%d") + ".log";
     const std::string peerFile = LOG_DIRECTORY + "/peer.log";

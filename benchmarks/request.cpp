@@ -1,5 +1,5 @@
 // What a request costs beyond what it cannot do without: Capture::XEncCapture against rename, posix_spawn of
-// the same djpeg with the same arguments, waitpid, rename.  Run in tests/sandbox.sh.
+// the same djpeg with the same arguments, waitpid, rename.  Run in scripts/appliance.sh.
 //
 //     bench_request [LOG-LEVEL]      4 as in production; 1 shows what the log lines cost
 #include <dlfcn.h>
@@ -14,7 +14,6 @@
 #include <string>
 #include <vector>
 
-#include "benchmarks/Appliance.h"
 #include "benchmarks/Measure.h"
 #include "capture/Capture.h"
 #include "common/Constants.h"
@@ -165,7 +164,9 @@ void Run(Report& report, const std::string& picture, int width, int height, doub
 }
 
 void MakeSmallPicture(const std::string& path) {
-    Shell("{ printf 'P5 16 16 255\\n'; head -c 256 /dev/zero | tr '\\0' x; } | cjpeg -outfile " + path);
+    const std::string command =
+        "{ printf 'P5 16 16 255\\n'; head -c 256 /dev/zero | tr '\\0' x; } | cjpeg -outfile " + path;
+    Require(std::system(command.c_str()) == 0, command + " failed");
 }
 
 // The simulator's own test card, 1920 x 1080.
@@ -192,7 +193,6 @@ extern "C" int kt_md_capture(const char* path) {
 
 int main(int argc, char** argv) {
     using namespace qz::benchmarks;
-    MakeAppliance();
     Require(FileLogger::instance()->Initialize(
                 LOG_DIRECTORY, "request", argc > 1 ? std::atoi(argv[1]) : PRODUCTION_LEVEL, "%Y%m%d", false),
             "no log");

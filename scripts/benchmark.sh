@@ -1,5 +1,5 @@
 #!/bin/sh
-# Builds the benchmarks and runs them, each on a private appliance (tests/sandbox.sh); prints the figures beside their
+# Builds the benchmarks and runs them, each on a private appliance (scripts/appliance.sh); prints the figures beside their
 # limits.  Takes about a minute and a half, best on a machine that does nothing else.  The exit status is 1 when a figure
 # misses its limit.
 #
@@ -29,7 +29,7 @@ say "load before: $(cut -d ' ' -f 1-3 /proc/loadavg)"
 missed=
 for name in "$@"; do
     status=0
-    "$root/tests/sandbox.sh" "$folder/bench_$name" || status=$?
+    "$root/scripts/appliance.sh" "$folder/bench_$name" || status=$?
     case $status in
         0) ;;
         1) missed="$missed $name" ;;

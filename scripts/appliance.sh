@@ -1,0 +1,33 @@
+#!/bin/sh
+# Runs a command on a private appliance: in a sandbox (scripts/sandbox.sh) the program directory with the real djpeg
+# and the daemon of build/release, where that is built; the version file; the temporary directory with the command pipe
+# and the failure picture; the log directory.  Without a command the daemon is built and a person gets a shell there.
+#
+#   scripts/appliance.sh [COMMAND [ARG...]]
+set -eu
+. "$(dirname "$(readlink -f "$0")")/lib.sh"
+
+case ${1:-} in
+    -h | --help) usage; exit 0 ;;
+    '')
+        "$root/scripts/setup.sh" build demo
+        "$root/scripts/build.sh" release capture
+        # shellcheck disable=SC2016
+        set -- sh -c '
+            cd /opt/tormel/plinta/var/tmp
+            PATH=/opt/tormel/plinta/agent/latest:$PATH PS1="appliance:\w# " exec bash --norc -i'
+        say 'the daemon: capture --debug &    a snapshot: printf capture_run >capture.fifo'
+        say 'its log: cat /var/log/tormel/agent/capture-*.log    the pictures: ls -l    back: exit' ;;
+esac
+
+# shellcheck disable=SC2016
+exec "$root/scripts/sandbox.sh" sh -ec '
+    plinta=/opt/tormel/plinta
+    mkdir -p $plinta/agent/latest $plinta/var/tmp /var/log/tormel/agent
+    ln -s "$(command -v djpeg)" $plinta/agent/latest/djpeg
+    [ ! -x "$1/build/release/capture/capture" ] || ln -s "$1/build/release/capture/capture" $plinta/agent/latest/capture
+    echo 1.0.0.0100 >$plinta/version
+    cp "$1/packaging/liveview_failed.jpg" $plinta/var/tmp/
+    mkfifo $plinta/var/tmp/capture.fifo
+    shift
+    exec "$@"' appliance "$root" "$@"
