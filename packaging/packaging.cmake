@@ -1,6 +1,6 @@
 # What goes onto the board: the daemon.  The simulator never does; the board brings its own libxenc.so.
 #
-#   cmake --build build/release --target package      makes plinta-capture_VERSION_ARCHITECTURE.deb
+#   cmake --build build/board --target package    makes plinta-capture_VERSION_ARCHITECTURE.deb
 
 install(TARGETS capture RUNTIME DESTINATION /opt/tormel/plinta/agent/latest)
 
