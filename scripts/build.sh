@@ -1,34 +1,45 @@
 #!/bin/sh
-# Configures and builds one preset into build/PRESET; prints only what went wrong.
+# Configures and builds one preset (default: release) into build/PRESET, everything or the targets that are named.
 #
-#   scripts/build.sh [PRESET [TARGET...]]
-#
-# Presets: release (the default), debug, asan, tsan, coverage, benchmarks.  Target capture: the daemon without the tests.
+#   scripts/build.sh [PRESET [TARGET...]]     scripts/build.sh release capture: the daemon without the tests
 set -eu
+. "$(dirname "$(readlink -f "$0")")/lib.sh"
 
-case ${1:-} in
-    -h | --help) sed -n '2,6s/^# \{0,1\}//p' "$0"; exit 0 ;;
-esac
 preset=${1:-release}
 [ $# -eq 0 ] || shift
-root=$(cd "$(dirname "$0")/.." && pwd -P)
+# shellcheck disable=SC2046  # a list of words
+case $preset in
+    -h | --help) usage; printf 'Presets: %s\n' "$(presets configure)"; exit 0 ;;
+    *) is_one_of "$preset" $(presets configure) || refuse "there is no preset '$preset'; presets: $(presets configure)" ;;
+esac
 cd "$root"
 
-[ -w . ] || { printf 'build: %s is not writable for %s\n' "$root" "$(id -un)" >&2; exit 1; }
+for tool in cmake ninja; do
+    command -v $tool >/dev/null || die "$tool is missing; scripts/setup.sh build installs it"
+done
+for folder in . build "build/$preset"; do
+    [ ! -e "$folder" ] || [ -w "$folder" ] || die "$(readlink -f "$folder") is not writable for $(id -un)"
+done
 
-# A build folder that came along with a copied checkout belongs to another place; it is configured again.
-fresh=
+# One build at a time in one folder; the lock ends with the last of its processes.
+mkdir -p "build/$preset"
+exec 9<"build/$preset"
+flock --nonblock 9 || { say "waiting for another build in build/$preset"; run flock 9; }
+
+# A build folder that came along with a copied checkout belongs to another place; it is configured anew.
 cache=build/$preset/CMakeCache.txt
 if [ -f "$cache" ] && ! grep -qxF "CMAKE_HOME_DIRECTORY:INTERNAL=$root" "$cache"; then
-    fresh=--fresh
+    rm -rf "$cache" "build/$preset/CMakeFiles"
 fi
 
-printf 'build: preset %s in %s/build/%s (a minute or two the first time)\n' "$preset" "$root" "$preset"
-log=$(mktemp)
-trap 'rm -f "$log"' EXIT
-# shellcheck disable=SC2086  # empty or one word
-if ! cmake --preset "$preset" $fresh >"$log" 2>&1; then
-    cat "$log" >&2
-    exit 1
-fi
-cmake --build --preset "$preset" ${1:+--target "$@"} -- --quiet
+say "preset $preset in $root/build/$preset (a minute or two the first time)"
+log=build/$preset/configure.log
+run cmake --preset "$preset" >"$log" 2>&1 || { cat "$log" >&2; exit 1; }
+
+targets=$(ninja -C "build/$preset" -t targets all | sed -n '/^cmake_/d; s/^\([a-z_]*\): phony$/\1/p' | xargs)
+for target in "$@"; do
+    # shellcheck disable=SC2086  # a list of words
+    is_one_of "$target" $targets || refuse "there is no target '$target'; targets: $targets"
+done
+# Not cmake --build, which SIGTERM would end without ninja.
+run ninja --quiet -C "build/$preset" "$@"

@@ -2,7 +2,6 @@
 # What the scripts share.  Each reads it in from its own folder, also when it was reached by a link.
 
 self=$(readlink -f "$0")
-# shellcheck disable=SC2034  # for those who read this in
 root=$(dirname "$(dirname "$self")")
 name=$(basename "$self" .sh)
 
@@ -12,3 +11,45 @@ refuse() { say "$*" >&2; exit 2; } # wrong arguments
 
 # Prints the comment at the top of the script, for --help.
 usage() { sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$self"; }
+
+# Whether the first word is one of the others.
+is_one_of() {
+    word=$1
+    shift
+    case " $* " in *" $word "*) return 0 ;; *) return 1 ;; esac
+}
+
+# The presets of a kind (configure, build, test) in one line.
+presets() {
+    sed -n "/\"$1Presets\"/,/^  \]/"'{/"hidden"/!s/.*{"name": "\([^"]*\)".*/\1/p;}' "$root/CMakePresets.json" | xargs
+}
+
+# What a script has made and removes at its end, however it ends: scripts with something to remove have their own.
+cleanup() { :; }
+
+# Runs a program that a signal to this script alone ends as well.
+run() {
+    # In the background a shell has Ctrl-C ignored.
+    env --default-signal=INT,QUIT "$@" &
+    run_status=0
+    wait $! || run_status=$?
+    ended=$!
+    return "$run_status"
+}
+ended= # what run has waited for last
+
+# Ends by the signal, as whoever waits for this script expects, and takes along what run has started.
+stop() {
+    trap '' HUP INT TERM
+    if [ "${!:-}" != "$ended" ]; then
+        kill $! 2>/dev/null || :
+        wait $! || :
+    fi
+    cleanup
+    trap - EXIT "$1"
+    kill -s "$1" $$
+}
+trap cleanup EXIT
+trap 'stop HUP' HUP
+trap 'stop INT' INT
+trap 'stop TERM' TERM
