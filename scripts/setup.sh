@@ -1,22 +1,21 @@
 #!/bin/sh
 # Installs what this tree needs from Debian's packages, only what is missing.
 #
-#   scripts/setup.sh [GROUP...]        groups: build test demo lint bench (default: build test demo)
+#   scripts/setup.sh [GROUP...]        groups: build test demo lint bench coverage (default: build test demo)
 set -eu
+. "$(dirname "$(readlink -f "$0")")/lib.sh"
 
-say() { printf 'setup: %s\n' "$*"; }
-die() { printf 'setup: %s\n' "$*" >&2; exit 1; }
-usage() { sed -n '2,4s/^# \{0,1\}//p' "$0"; }
-
-# The packages of a group.  a|b: either will do, a is installed when both are missing.
+# The packages of a group, without those that every Debian has.  a|b: either will do, a is installed when both are
+# missing.
 packages_of() {
     case $1 in
         build) echo 'g++ cmake ninja-build libjpeg-dev|libjpeg62-turbo-dev libssl-dev' ;;
-        test) echo 'libgtest-dev libgmock-dev libjpeg-turbo-progs openssl procps util-linux sysvinit-utils coreutils libc-bin' ;;
-        demo) echo 'libjpeg-turbo-progs util-linux sysvinit-utils coreutils' ;;
+        test) echo 'libgtest-dev libjpeg-turbo-progs openssl' ;;
+        demo) echo 'libjpeg-turbo-progs' ;;
         lint) echo 'clang-format clang-tidy shellcheck' ;;
         bench) echo 'libspdlog-dev' ;;
-        *) return 1 ;;
+        coverage) echo 'gcovr' ;;
+        *) refuse "there is no group '$1'; groups: build test demo lint bench coverage" ;;
     esac
 }
 
@@ -30,22 +29,22 @@ installed() {
     return 1
 }
 
-for word in "$@"; do
-    case $word in -h | --help) usage; exit 0 ;; esac
-done
+case ${1:-} in -h | --help) usage; exit 0 ;; esac
 [ $# -gt 0 ] || set -- build test demo
 
+wanted=
+for group in "$@"; do
+    packages=$(packages_of "$group") || exit
+    wanted="$wanted $packages"
+done
+
 command -v dpkg-query >/dev/null ||
-    die 'this is no Debian system (no dpkg-query): install the packages listed in scripts/setup.sh by hand'
+    die "this is no Debian system (no dpkg-query): install by hand what is here called$wanted"
 
 missing=
-for group in "$@"; do
-    packages=$(packages_of "$group") || die "unknown group '$group' (build test demo lint bench)"
-    for package in $packages; do
-        name=${package%%|*}
-        case " $missing " in *" $name "*) continue ;; esac
-        installed "$package" || missing="${missing:+$missing }$name"
-    done
+for package in $wanted; do
+    # shellcheck disable=SC2086  # a list of words, here and below
+    is_one_of "${package%%|*}" $missing || installed "$package" || missing="${missing:+$missing }${package%%|*}"
 done
 if [ -z "$missing" ]; then
     say "everything for $* is installed"
@@ -60,16 +59,23 @@ else
     die "run this once as root (there is no sudo here): apt-get install --no-install-recommends $missing"
 fi
 
-log=$(mktemp)
-trap 'rm -f "$log"' EXIT
-apt() { # shellcheck disable=SC2086  # lists of words
-    $as_root DEBIAN_FRONTEND=noninteractive apt-get -q -o Dpkg::Use-Pty=0 -o DPkg::Lock::Timeout=300 "$@" >"$log" 2>&1
+apt() {
+    # shellcheck disable=SC2086
+    $as_root DEBIAN_FRONTEND=noninteractive apt-get -q -o Dpkg::Use-Pty=0 -o DPkg::Lock::Timeout=300 "$@" 2>&1
 }
+
+# The line among those of apt-get that says why: a file that it could not fetch rather than what follows from that.
+reason() {
+    awk '/^[EW]: Failed to fetch/ && !fetch { fetch = $0 }
+         /^E: / && !error { error = $0 }
+         NF { last = $0 }
+         END { line = fetch ? fetch : error ? error : last; sub(/^[EW]: /, "", line); print line }'
+}
+
 say "installing $missing"
-apt update || say 'the package lists could not be refreshed; using those at hand'
-# shellcheck disable=SC2086  # a list of words
-if ! apt install -y --no-install-recommends $missing; then
-    tail -n 20 "$log" >&2
-    die "could not install: $missing"
+lists=$(apt update) || say 'the package lists could not be refreshed; using those at hand'
+# shellcheck disable=SC2086
+if ! output=$(apt install -y --no-install-recommends $missing); then
+    die "could not install $missing: $(printf '%s\n%s\n' "$output" "$lists" | reason)"
 fi
 say 'done'
