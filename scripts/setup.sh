@@ -1,7 +1,7 @@
 #!/bin/sh
 # Installs what this tree needs from Debian's packages, only what is missing.
 #
-#   scripts/setup.sh [GROUP...]        groups: build test demo lint bench coverage (default: build test demo)
+#   scripts/setup.sh [GROUP...]        groups: build test demo lint bench coverage sweep (default: build test demo)
 set -eu
 . "$(dirname "$(readlink -f "$0")")/lib.sh"
 
@@ -15,7 +15,8 @@ packages_of() {
         lint) echo 'clang-format clang-tidy shellcheck' ;;
         bench) echo 'libspdlog-dev' ;;
         coverage) echo 'gcovr' ;;
-        *) refuse "there is no group '$1'; groups: build test demo lint bench coverage" ;;
+        sweep) echo 'strace' ;;
+        *) refuse "there is no group '$1'; groups: build test demo lint bench coverage sweep" ;;
     esac
 }
 
