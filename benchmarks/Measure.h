@@ -86,10 +86,12 @@ public:
                     Quantile(rounds, 0.75), Median(ours), Median(other));
     }
 
-    // The median and the maximum, which has the limit.
-    void Longest(const std::string& name, const std::vector<double>& samples, const char* unit,
-                 double limit) {
-        Print(name, Maximum(samples), unit, limit);
+    // The median and the maximum, each with its limit.
+    void Bounded(const std::string& name, const std::vector<double>& samples, const char* unit,
+                 double medianLimit, double maximumLimit) {
+        Print(name + ", median", Median(samples), unit, medianLimit);
+        std::printf("\n");
+        Print(name + ", longest", Maximum(samples), unit, maximumLimit);
         Spread(samples, unit);
     }
 

@@ -202,7 +202,7 @@ int main(int argc, char** argv) {
     MakeLargePicture(large);
 
     Report report("A request");
-    Run(report, small, 16, 16, 1.06);
+    Run(report, small, 16, 16, 1.08);
     Run(report, large, 1920, 1080, 1.03);
     delete FileLogger::instance();
     return report.Status();
