@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <iterator>
 
@@ -13,33 +14,52 @@ namespace qz::capture {
 
 namespace {
 
-// By event code.  The prefix of code 4 is the text that readers of the log know.
-constexpr const char* EVENT_TEXTS[] = {
-    nullptr,
-    "EVT_MONITOR_CONFIGURATION_CHANGE_DETECT",
-    "EVT_MONITOR_CONFIGURATION_CHANGE_COMPLETE",
-    "EVT_BOARD_HW_BTN_RECORD_CLICKED",
-    "SETUP EVT_BOARD_HW_BTN_SCREENLOCK_CLICKED",
-    "EVT_BOARD_HW_BTN_BUFFER1_CLICKED",
-    "EVT_BOARD_HW_BTN_INIT_CLICKED",
-    "EVT_BOARD_HW_BTN_INIT_CLICKED_LONG",
-    "EVT_USB_STORAGE_CONNECTED",
-    "EVT_AUDIO_AUX_CONNECTED",
-    "EVT_AUDIO_AUX_DISCONNECTED",
-    "EVT_MEDIA_HDMI_CONNECTED",
-    "EVT_MEDIA_HDMI_UNCONNECTED",
-    "EVT_MEDIA_HDMI_INACTIVE",
-    "EVT_MEDIA_HDMI_HW_WARNING",
-    "EVT_MEDIA_HDMI_HW_CONNECTED",
-    "EVT_MEDIA_HDMI_HW_UNCONNECTED",
-    "EVT_MEDIA_HDMI_CHANGED",
-    "EVT_MEDIA_CAPTURE_EXCEPTION",
-    "EVT_SYS_TEMPERATURE_WARNING",
-    "EVT_SYS_TEMPERATURE_NORMAL",
-    "EVT_SYS_TEMPERATURE_EMERGENCY",
-    "EVT_SYS_USBMOUNT_CONNECTED",
-    "EVT_SYS_USBMOUNT_DISCONNECTED",
+// Whether an event ends the session depends on where it comes from: a button that arrives as a media event,
+// or an HDMI event that arrives as a system event, ends nothing.
+enum Ending { ENDS_NOTHING, ENDS_AS_SYSTEM, ENDS_AS_MEDIA };
+
+struct Event {
+    int code;
+    const char* text; // the prefix of code 4 is the text that readers of the log know
+    Ending ending;
 };
+
+constexpr Event EVENTS[] = {
+    {1, "EVT_MONITOR_CONFIGURATION_CHANGE_DETECT", ENDS_NOTHING},
+    {2, "EVT_MONITOR_CONFIGURATION_CHANGE_COMPLETE", ENDS_NOTHING},
+    {3, "EVT_BOARD_HW_BTN_RECORD_CLICKED", ENDS_AS_SYSTEM},
+    {4, "SETUP EVT_BOARD_HW_BTN_SCREENLOCK_CLICKED", ENDS_AS_SYSTEM},
+    {5, "EVT_BOARD_HW_BTN_BUFFER1_CLICKED", ENDS_NOTHING},
+    {6, "EVT_BOARD_HW_BTN_INIT_CLICKED", ENDS_AS_SYSTEM},
+    {7, "EVT_BOARD_HW_BTN_INIT_CLICKED_LONG", ENDS_AS_SYSTEM},
+    {8, "EVT_USB_STORAGE_CONNECTED", ENDS_NOTHING},
+    {9, "EVT_AUDIO_AUX_CONNECTED", ENDS_NOTHING},
+    {10, "EVT_AUDIO_AUX_DISCONNECTED", ENDS_NOTHING},
+    {11, "EVT_MEDIA_HDMI_CONNECTED", ENDS_NOTHING},
+    {12, "EVT_MEDIA_HDMI_UNCONNECTED", ENDS_AS_MEDIA},
+    {13, "EVT_MEDIA_HDMI_INACTIVE", ENDS_NOTHING},
+    {14, "EVT_MEDIA_HDMI_HW_WARNING", ENDS_AS_MEDIA},
+    {15, "EVT_MEDIA_HDMI_HW_CONNECTED", ENDS_NOTHING},
+    {16, "EVT_MEDIA_HDMI_HW_UNCONNECTED", ENDS_AS_MEDIA},
+    {17, "EVT_MEDIA_HDMI_CHANGED", ENDS_AS_MEDIA},
+    {18, "EVT_MEDIA_CAPTURE_EXCEPTION", ENDS_AS_MEDIA},
+    {19, "EVT_SYS_TEMPERATURE_WARNING", ENDS_NOTHING},
+    {20, "EVT_SYS_TEMPERATURE_NORMAL", ENDS_NOTHING},
+    {21, "EVT_SYS_TEMPERATURE_EMERGENCY", ENDS_AS_SYSTEM},
+    {22, "EVT_SYS_USBMOUNT_CONNECTED", ENDS_NOTHING},
+    {23, "EVT_SYS_USBMOUNT_DISCONNECTED", ENDS_NOTHING},
+};
+
+const Event* FindEvent(int code) {
+    const auto* event = std::find_if(std::begin(EVENTS), std::end(EVENTS),
+                                     [code](const Event& candidate) { return candidate.code == code; });
+    return event == std::end(EVENTS) ? nullptr : event;
+}
+
+bool Ends(int code, Ending ending) {
+    const Event* event = FindEvent(code);
+    return event && event->ending == ending;
+}
 
 constexpr const char* STATE_TEXTS[] = {"STATE_ZERO", "STATE_INIT", "STATE_SETUP", "STATE_SETUP_VENC",
                                        "STATE_ENCODING"};
@@ -47,38 +67,11 @@ constexpr const char* STATE_TEXTS[] = {"STATE_ZERO", "STATE_INIT", "STATE_SETUP"
 constexpr int WAKE_ATTEMPTS = 3;
 constexpr int FORWARDED_ABOVE = 4; // the library's own log level
 
-// The two sets are disjoint: a button that arrives as a media event, or an HDMI event that arrives as a
-// system event, ends nothing.
-bool SysEventEndsSession(int event) {
-    switch (event) {
-    case 3:  // record button
-    case 4:  // screen-lock button
-    case 6:  // init button
-    case 7:  // init button, held
-    case 21: // temperature emergency
-        return true;
-    default:
-        return false;
-    }
-}
-
-bool MdEventEndsSession(int event) {
-    switch (event) {
-    case 12: // HDMI unconnected
-    case 14: // HDMI hardware warning
-    case 16: // HDMI hardware unconnected
-    case 17: // HDMI changed
-    case 18: // capture exception
-        return true;
-    default:
-        return false;
-    }
-}
-
 } // namespace
 
 std::string Capture::CovertStrEvent(int code) {
-    return code >= 1 && code < static_cast<int>(std::size(EVENT_TEXTS)) ? EVENT_TEXTS[code] : "UNKNOWN";
+    const Event* event = FindEvent(code);
+    return event ? event->text : "UNKNOWN";
 }
 
 std::string Capture::CovertStrState(H264EncState state) {
@@ -105,7 +98,7 @@ bool Capture::onXEncSysEvent(int event, int /*param*/, void* user) {
     if (!user)
         return false;
     QZ_LOG(DBG, "SysEvent : " << CovertStrEvent(event));
-    if (SysEventEndsSession(event))
+    if (Ends(event, ENDS_AS_SYSTEM))
         static_cast<Capture*>(user)->EndSession();
     return true;
 }
@@ -114,7 +107,7 @@ bool Capture::onXEncMdEvent(int event, int /*param*/, void* user) {
     if (!user)
         return false;
     QZ_LOG(DBG, "MdEvent : " << CovertStrEvent(event));
-    if (MdEventEndsSession(event))
+    if (Ends(event, ENDS_AS_MEDIA))
         static_cast<Capture*>(user)->EndSession();
     return true;
 }

@@ -32,8 +32,8 @@ int32_t Capture::Rotation(int32_t mode) {
     }
 }
 
-// The results of the registrations and setters are not tested: kt_md_init is where the library answers for
-// them.
+// The numbers are those of this board.  What they mean beyond their setters' names is the library's own.  The
+// results of the registrations and setters are not tested: kt_md_init is where the library answers for them.
 bool Capture::ConfigureEncoder(int32_t rotation) {
     kt_sys_setCallback(onXEncSysEvent, this);
     kt_md_setLogfunc(onXEncLog);

@@ -71,7 +71,7 @@ Initializer::~Initializer() {
     EndWatch::enter(EndWatch::Stage::EXIT, "the exit");
 }
 
-bool Initializer::Initialize(int /*argc*/, char** argv) {
+bool Initializer::Initialize(int /*argc*/, char** /*argv*/) {
     if (m_Arguments.Stop()) {
         m_Process.FileKill();
         return false;
@@ -80,10 +80,7 @@ bool Initializer::Initialize(int /*argc*/, char** argv) {
     if (!m_Process.Init(true))
         return false;
 
-    logSettings.name = ProgramPath(argv);
-    const size_t separator = logSettings.name.rfind(PATH_SEPARATOR);
-    if (separator != std::string::npos)
-        logSettings.name.erase(0, separator + PATH_SEPARATOR.size());
+    logSettings.name = m_Process.Name();
     logSettings.directory = LOG_DIR + PATH_SEPARATOR + "agent";
     Util::MakeDirs(logSettings.directory, LOG_DIRECTORY_MODE); // a failure shows when the file does not open
     logSettings.level = m_Arguments.Debug() ? DEBUG_LEVEL : NORMAL_LEVEL;

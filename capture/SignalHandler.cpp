@@ -29,10 +29,17 @@ namespace qz::capture {
 
 namespace {
 
-// In the order of installation.  SIGKILL cannot be caught; it stands here and in the log all the same,
-// deliberately.
-constexpr int HANDLED_SIGNALS[] = {SIGTERM, SIGINT,  SIGSEGV, SIGABRT, SIGILL,  SIGFPE,
-                                   SIGQUIT, SIGKILL, SIGTSTP, SIGHUP,  SIGUSR1, SIGALRM};
+struct HandledSignal {
+    int number;
+    bool fault;
+};
+
+// In the order of installation.  SIGKILL cannot be caught; its "registered" line is part of what readers of
+// the log expect at its start.
+constexpr HandledSignal HANDLED_SIGNALS[] = {{SIGTERM, false}, {SIGINT, false},  {SIGSEGV, true},
+                                             {SIGABRT, true},  {SIGILL, true},   {SIGFPE, true},
+                                             {SIGQUIT, false}, {SIGKILL, false}, {SIGTSTP, false},
+                                             {SIGHUP, false},  {SIGUSR1, false}, {SIGALRM, false}};
 
 // The pipe that wakes the dispatcher.  Both ends live as long as the process: a signal may come at any time.
 std::atomic<int> readEnd{-1};
@@ -48,16 +55,26 @@ std::atomic<int> strayNumber{0};
 // The thread that the first fault struck; 0: none yet.
 std::atomic<pid_t> faultThread{0};
 
-bool IsFault(int signal) {
-    return signal == SIGILL || signal == SIGABRT || signal == SIGFPE || signal == SIGSEGV;
+// Null for a signal that is not handled.
+const HandledSignal* Find(int number) {
+    for (const HandledSignal& signal : HANDLED_SIGNALS) {
+        if (signal.number == number)
+            return &signal;
+    }
+    return nullptr;
+}
+
+bool IsFault(int number) {
+    const HandledSignal* signal = Find(number);
+    return signal && signal->fault;
 }
 
 sigset_t HandledSignals(bool faults) {
     sigset_t set;
     sigemptyset(&set);
-    for (const int signal : HANDLED_SIGNALS) {
-        if (IsFault(signal) == faults)
-            sigaddset(&set, signal);
+    for (const HandledSignal& signal : HANDLED_SIGNALS) {
+        if (signal.fault == faults)
+            sigaddset(&set, signal.number);
     }
     return set;
 }
@@ -158,8 +175,8 @@ bool SignalHandler::setupSignal() {
         return false;
     }
     std::atexit(yieldToFault);
-    for (const int signal : HANDLED_SIGNALS)
-        setSignalAction(signal);
+    for (const HandledSignal& handled : HANDLED_SIGNALS)
+        setSignalAction(handled.number);
     signal(SIGPIPE, SIG_IGN);
     QZ_LOG(INF, " * SetupSignal (SIGPIPE) : IGNORE SIGNAL.");
     return true;
@@ -204,26 +221,14 @@ void SignalHandler::dispatch(int signal) {
     if (m_ReopenLog)
         m_ReopenLog();
     QZ_LOG(INF, " Receives signal(" << strsignal(signal) << ":" << signal << "). ");
-    switch (signal) {
-    case SIGHUP:
-    case SIGINT:
-    case SIGQUIT:
-    case SIGKILL:
-    case SIGUSR1:
-    case SIGALRM:
-    case SIGTERM:
-    case SIGTSTP:
+    const HandledSignal* handled = Find(signal);
+    if (!handled) {
+        QZ_LOG(INF, " unregistered signal. ignore.");
+    } else if (handled->fault) {
+        QZ_LOG(INF, "Abnormal process exit."); // the handler does the rest
+    } else {
         for (SignalEventObserver* observer : m_Observer)
             observer->OnSignalEvent(signal, -1);
-        break;
-    case SIGILL:
-    case SIGABRT:
-    case SIGFPE:
-    case SIGSEGV:
-        QZ_LOG(INF, "Abnormal process exit."); // the handler does the rest
-        break;
-    default:
-        QZ_LOG(INF, " unregistered signal. ignore.");
     }
 }
 

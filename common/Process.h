@@ -17,13 +17,16 @@ const std::string PID_EXTENSION = ".pid";
 // Threads: main, at start-up, at a stop request and at exit.
 class Process {
 public:
-    // The name is what follows the last "/" of a program path.
+    // By a program path, or a name alone.
     explicit Process(std::string name);
 
     virtual ~Process(); // as Release
 
     Process(const Process&) = delete;
     Process& operator=(const Process&) = delete;
+
+    // What follows the last "/" of the program path.
+    const std::string& Name() const { return m_Name; }
 
     // Makes the directories, takes the lock when asked to and writes the pid file.  False, after a line on
     // standard output, when another instance holds the lock or the pid file cannot be written.

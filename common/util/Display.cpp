@@ -34,6 +34,16 @@ bool AllowRoot() {
 
 } // namespace
 
+// Sets a variable and logs it, unless the value is empty.  A macro, so that the line names the operation it
+// stands in.
+#define QZ_SET_AND_LOG(variable, value)                                                                      \
+    do {                                                                                                     \
+        if (!(value).empty()) {                                                                              \
+            QZ_LOG(DBG, "setenv : " variable "=" << (value));                                                \
+            setenv(variable, (value).c_str(), 1);                                                            \
+        }                                                                                                    \
+    } while (false)
+
 std::string Util::GetEnvironmentWho(const std::string& key) {
     return EnvironmentEntry("who | grep -v pts | awk '{ print $1 }' | sort -u | xargs -I{} id -u {} | "
                             "xargs -I{} ps -u {} -o pid= | xargs -I{} cat /proc/{}/environ 2>/dev/null | "
@@ -64,27 +74,17 @@ bool Util::SetEnvironmentWhoX() {
     const std::string display = GetEnvironmentWho("DISPLAY=:");
     if (display.empty())
         return false;
-    QZ_LOG(DBG, "setenv : DISPLAY=" << display);
-    setenv("DISPLAY", display.c_str(), 1);
+    QZ_SET_AND_LOG("DISPLAY", display);
     const std::string auth = FirstOf(GetEnvironmentWho("XAUTHORITY="), GetDefaultXAuthPath);
-    if (!auth.empty()) {
-        QZ_LOG(DBG, "setenv : XAUTHORITY=" << auth);
-        setenv("XAUTHORITY", auth.c_str(), 1);
-    }
+    QZ_SET_AND_LOG("XAUTHORITY", auth);
     return AllowRoot();
 }
 
 bool Util::SetEnvironmentPsX() {
     const std::string display = GetEnvironmentPs("DISPLAY=:"); // empty is no failure here
-    if (!display.empty()) {
-        QZ_LOG(DBG, "setenv : DISPLAY=" << display);
-        setenv("DISPLAY", display.c_str(), 1);
-    }
+    QZ_SET_AND_LOG("DISPLAY", display);
     const std::string auth = FirstOf(GetProcessXauth(), AuthorityOfAnyProcess);
-    if (!auth.empty()) {
-        QZ_LOG(DBG, "setenv : XAUTHORITY=" << auth);
-        setenv("XAUTHORITY", auth.c_str(), 1);
-    }
+    QZ_SET_AND_LOG("XAUTHORITY", auth);
     return AllowRoot();
 }
 
@@ -94,20 +94,13 @@ bool Util::SetEnvironmentX() {
         "echo \":$(ls -t /tmp/.X11-unix/* | sed 's#/tmp/.X11-unix/X##' | head -n 1)\" |tr '\\n' '\\0'");
     if (display.empty())
         return false;
-    QZ_LOG(DBG, "setenv : DISPLAY=" << display);
-    setenv("DISPLAY", display.c_str(), 1);
+    QZ_SET_AND_LOG("DISPLAY", display);
     std::string auth = FirstOf(GetEnvironmentWho("XAUTHORITY="), GetDefaultXAuthPath);
-    if (!auth.empty()) {
-        QZ_LOG(DBG, "setenv : XAUTHORITY=" << auth);
-        setenv("XAUTHORITY", auth.c_str(), 1);
-    }
+    QZ_SET_AND_LOG("XAUTHORITY", auth);
     if (AllowRoot())
         return true;
     auth = FirstOf(GetProcessXauth(), AuthorityOfAnyProcess);
-    if (!auth.empty()) {
-        QZ_LOG(DBG, "setenv : XAUTHORITY=" << auth);
-        setenv("XAUTHORITY", auth.c_str(), 1);
-    }
+    QZ_SET_AND_LOG("XAUTHORITY", auth);
     return AllowRoot();
 }
 

@@ -94,11 +94,11 @@ TEST(Daemon, OptionsAndRefusals) {
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // whose runtimes want descriptors too
 TEST(Daemon, StartsOrSaysWhyNotWithAnyNumberOfDescriptors) {
-    for (int descriptors = 4; descriptors < 12; ++descriptors) {
+    for (int descriptors = 6; descriptors < 12; ++descriptors) {
         SCOPED_TRACE(descriptors);
         Appliance appliance;
         Daemon daemon("--debug", "prlimit --nofile=" + std::to_string(descriptors));
-        if (descriptors == 5) {
+        if (descriptors == 6) {
             EXPECT_TRUE(daemon.Logs("ERR no pipe for the signals: Too many open files"));
             EXPECT_EQ(daemon.Status(), 255);
             EXPECT_EQ(daemon.Output(), "failure to process initialize\n");
