@@ -94,21 +94,23 @@ TEST(Daemon, OptionsAndRefusals) {
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // whose runtimes want descriptors too
 TEST(Daemon, StartsOrSaysWhyNotWithAnyNumberOfDescriptors) {
+    bool deaf = false;
     for (int descriptors = 6; descriptors < 12; ++descriptors) {
         SCOPED_TRACE(descriptors);
         Appliance appliance;
         Daemon daemon("--debug", "prlimit --nofile=" + std::to_string(descriptors));
-        if (descriptors == 6) {
-            EXPECT_TRUE(daemon.Logs("ERR no pipe for the signals: Too many open files"));
-            EXPECT_EQ(daemon.Status(), 255);
-            EXPECT_EQ(daemon.Output(), "failure to process initialize\n");
-        }
-        Eventually(
-            [&] { return daemon.Status(0) != -1 || Daemon::LogText().find("succeed") != std::string::npos; });
+        EXPECT_TRUE(Eventually([&] {
+            return daemon.Status(0) != -1 ||
+                   Daemon::LogText().find("Initialize succeed") != std::string::npos;
+        }));
         kill(daemon.Pid(), SIGTERM);
         EXPECT_TRUE(daemon.Status(5000) == 255 || daemon.Status() == 0) << daemon.Status();
         EXPECT_FALSE(Exists(LOCK) || Exists(PID));
+        const bool noPipe = Daemon::LogText().find("no pipe for the signals") != std::string::npos;
+        EXPECT_EQ(noPipe && Daemon::LogText().find("registered") != std::string::npos, false);
+        deaf = deaf || noPipe;
     }
+    EXPECT_TRUE(deaf); // for some number the signals' pipe is what is missing
 }
 #endif
 
