@@ -3,12 +3,16 @@
 #include <future>
 
 #include "capture/Capture.h"
+#include "capture/Config.h"
 #include "tests/support/Support.h"
 #include "xenc/simulator/simulator.h"
 
 // An engine that was not used yet, closed with the object; the simulator at its beginning.
 struct Bench {
-    explicit Bench(int level = 6) : log(level) { xenc_sim_reset(); }
+    explicit Bench(int level = 6) : log(level) {
+        xenc_sim_reset();
+        qz::capture::Config::instance()->SetScreenMode(0);
+    }
     ~Bench() { capture.Stop(); }
     support::Appliance appliance;
     support::Log log;

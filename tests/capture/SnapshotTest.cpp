@@ -7,6 +7,7 @@
 using namespace support;
 using qz::capture::Capture;
 using qz::capture::Config;
+using qz::common::UniqueFd;
 
 namespace {
 
@@ -116,7 +117,7 @@ TEST(Snapshot, AnUnknownStatusIsNotAFailedOne) {
 
 TEST(Snapshot, TheDecoderInheritsNothing) {
     signal(SIGPIPE, SIG_IGN);
-    ASSERT_EQ(fcntl(0, F_DUPFD, 100), 100); // as the encoder library's descriptors may be
+    const UniqueFd theirs(fcntl(0, F_DUPFD, 100)); // as the encoder library's descriptors may be
     RunningSession session;
     // The shell has no descriptor of its own but its script while ls looks.
     Appliance::ReplaceDecoder("exec > /opt/seen\nls /proc/$$/fd\necho \"$@\"\n"
@@ -136,7 +137,8 @@ TEST(CopyFile, OutcomesAndWhatStaysUntouched) {
     WriteFile("/opt/empty", "");
     WriteFile("/opt/old", "old");
     ASSERT_EQ(mkfifo("/opt/fifo", 0600), 0);
-    Shell("mkdir /opt/full && mount -t tmpfs -o size=64k none /opt/full");
+    mkdir("/opt/full", 0755);
+    const Mount full("/opt/full", "size=64k");
     const std::string done = "INF copy finished: `", failed = "ERR cannot read File";
     // From, to, the line, what is in /opt/old then.
     const std::array<std::string, 4> rows[] = {
@@ -156,7 +158,6 @@ TEST(CopyFile, OutcomesAndWhatStaysUntouched) {
         EXPECT_EQ(ReadFile("/opt/old"), content);
         log.Forget();
     }
-    Shell("umount /opt/full");
 }
 
 } // namespace

@@ -1,6 +1,5 @@
 // Display discovery with real processes and environments, and stand-ins for who, ps and xhost first on the
 // PATH.
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -42,7 +41,7 @@ protected:
                        .compare(0, 4, std::string("A=1\0", 4)) == 0;
         });
         setenv("PATH", ("/opt:" + std::string(getenv("PATH"))).c_str(), 1);
-        unsetenv("DISPLAY");
+        unsetenv("DISPLAY"); // the developer's
         unsetenv("XAUTHORITY");
         StandIn("who", "echo 'root tty7'; echo 'root pts/1'; echo 'nobody pts/2'");
         StandIn("ps",
@@ -84,7 +83,7 @@ TEST_F(Display, NobodyLoggedIn) {
 }
 
 TEST_F(Display, TheNewestSocketAndASecondAttempt) {
-    ASSERT_EQ(mount("none", "/tmp", "tmpfs", 0, nullptr), 0); // this test's own
+    const support::Mount temporary("/tmp");
     mkdir("/tmp/.X11-unix", 0755);
     support::Shell("touch -d '1 hour ago' /tmp/.X11-unix/X3; touch /tmp/.X11-unix/X12");
     StandIn("xhost",
@@ -97,7 +96,7 @@ TEST_F(Display, TheNewestSocketAndASecondAttempt) {
 }
 
 TEST_F(Display, TheDisplayManagersAuthorityFile) {
-    ASSERT_EQ(mount("none", "/etc", "tmpfs", 0, nullptr), 0);
+    const support::Mount settings("/etc");
     EXPECT_EQ(Util::GetDefaultXAuthPath(), "/var/gdm/:0.Xauth");
     support::Shell("mkdir /etc/X11; echo /usr/sbin/lightdm > /etc/X11/default-display-manager");
     EXPECT_EQ(Util::GetDefaultXAuthPath(), "/var/lib/lightdm/.Xauthority");

@@ -1,6 +1,5 @@
 // The log and its pool: line format, thresholds, files and their rotation, refused and discarded items, the
 // bounded join.
-#include <sys/mount.h>
 #include <syslog.h> // before the logger's header, whose names its macros must not touch
 
 #include <iomanip>
@@ -219,7 +218,7 @@ TEST(Logger, LinesComeBackAfterAMissingDirectoryAndAFullDisk) {
     EXPECT_TRUE(arrives("descriptor is back"));
     EXPECT_EQ(ReadFile("/opt/other"), "");
 
-    ASSERT_EQ(mount("none", DIRECTORY.c_str(), "tmpfs", 0, "size=8k"), 0);
+    const Mount small(DIRECTORY, "size=8k");
     ASSERT_TRUE(logger->Initialize(DIRECTORY, "test", 6, "%Y%m%d", false));
     Shell("dd if=/dev/zero of=" + DIRECTORY + "/fill bs=4k count=2 2>/dev/null; true");
     for (int i = 0; i < 100; ++i)
@@ -232,7 +231,6 @@ TEST(Logger, LinesComeBackAfterAMissingDirectoryAndAFullDisk) {
     for (std::string line; std::getline(lines, line);)
         EXPECT_TRUE(line.find("INF") == line.rfind("INF") && line.back() == ']') << line;
     delete logger;
-    umount(DIRECTORY.c_str());
 }
 
 // Made before the thread's first line, so destroyed after everything that lines leave behind in the thread.

@@ -1,4 +1,5 @@
 // The real daemon with the simulator: start, refusals, commands, signals, faults, ends.
+#include <algorithm>
 #include <array>
 #include <cstring>
 
@@ -14,19 +15,18 @@ const std::string PID = "/var/run/capture.pid";
 const std::string TERMINATED = "INF TORMEL PLINTA CAPTURE [Terminated]";
 
 // Fails with the first expected line that does not follow the ones before it.
-void ExpectInOrder(const Texts& expected) {
-    const Texts messages = MessagesOf(Daemon::LogText());
-    size_t at = 0;
+void ExpectInOrder(LogReader& log, const Texts& expected) {
+    const Texts messages = log.Messages();
+    auto at = messages.begin();
     for (const std::string& line : expected) {
-        while (at < messages.size() && messages[at] != line)
-            ++at;
-        ASSERT_LT(at++, messages.size()) << "missing, or out of order: " << line;
+        at = std::find(at, messages.end(), line);
+        ASSERT_NE(at, messages.end()) << "missing, or out of order: " << line;
     }
 }
 
 void ExpectOrderlyEnd(Daemon& daemon, int milliseconds = 10000) {
     EXPECT_EQ(daemon.Status(milliseconds), 0);
-    ExpectInOrder({"INF Initialize succeed", TERMINATED});
+    ExpectInOrder(daemon, {"INF Initialize succeed", TERMINATED});
     EXPECT_FALSE(Exists(LOCK) || Exists(PID));
 }
 
@@ -68,8 +68,9 @@ TEST(Daemon, APictureGoesInAndALiveViewComesOut) {
           "INF end the thread", "INF kt_md_stop success", "INF kt_md_uninit success",
           "INF kt_uninit success"})
         expected.emplace_back(line);
-    ExpectInOrder(expected);
-    EXPECT_NE(Daemon::LogText().find("][main] TORMEL PLINTA CAPTURE [Terminated]"), std::string::npos);
+    ExpectInOrder(daemon, expected);
+    EXPECT_NE(ReadFile(LogFile("capture")).find("][main] TORMEL PLINTA CAPTURE [Terminated]"),
+              std::string::npos);
 }
 
 TEST(Daemon, OptionsAndRefusals) {
@@ -99,15 +100,13 @@ TEST(Daemon, StartsOrSaysWhyNotWithAnyNumberOfDescriptors) {
         SCOPED_TRACE(descriptors);
         Appliance appliance;
         Daemon daemon("--debug", "prlimit --nofile=" + std::to_string(descriptors));
-        EXPECT_TRUE(Eventually([&] {
-            return daemon.Status(0) != -1 ||
-                   Daemon::LogText().find("Initialize succeed") != std::string::npos;
-        }));
+        EXPECT_TRUE(
+            Eventually([&] { return daemon.Status(0) != -1 || daemon.Mentions("Initialize succeed"); }));
         kill(daemon.Pid(), SIGTERM);
         EXPECT_TRUE(daemon.Status(5000) == 255 || daemon.Status() == 0) << daemon.Status();
         EXPECT_FALSE(Exists(LOCK) || Exists(PID));
-        const bool noPipe = Daemon::LogText().find("no pipe for the signals") != std::string::npos;
-        EXPECT_EQ(noPipe && Daemon::LogText().find("registered") != std::string::npos, false);
+        const bool noPipe = daemon.Mentions("no pipe for the signals");
+        EXPECT_FALSE(noPipe && daemon.Mentions("registered"));
         deaf = deaf || noPipe;
     }
     EXPECT_TRUE(deaf); // for some number the signals' pipe is what is missing
@@ -116,12 +115,12 @@ TEST(Daemon, StartsOrSaysWhyNotWithAnyNumberOfDescriptors) {
 
 TEST(Daemon, OneInstanceAndTheStopRequest) {
     ReadyDaemon first("-c anything");
-    const std::string log = Daemon::LogText();
-    EXPECT_EQ(log.find("|DBG|"), std::string::npos);
+    EXPECT_FALSE(first.Mentions("DBG "));
+    const Texts log = first.Messages();
     Daemon second;
     EXPECT_EQ(second.Status(), 255);
     EXPECT_EQ(second.Output(), " * already running process:capture\nfailure to process initialize\n");
-    EXPECT_EQ(Daemon::LogText(), log);
+    EXPECT_EQ(first.Messages(), log);
     EXPECT_EQ(ReadFile(PID), std::to_string(first.Pid()));
     Daemon stop("-s now");
     EXPECT_EQ(stop.Status(), 255);
@@ -135,8 +134,8 @@ TEST(Daemon, RefusesToRunBesideTheControlProcess) {
     Daemon daemon;
     EXPECT_EQ(daemon.Status(), 255);
     Shell("kill $(pidof kt_control)");
-    ExpectInOrder({"ERR kt_control is running.", TERMINATED, "ERR Destory failed : 0/0/0"});
-    EXPECT_EQ(Daemon::LogText().find("kt_init"), std::string::npos);
+    ExpectInOrder(daemon, {"ERR kt_control is running.", TERMINATED, "ERR Destory failed : 0/0/0"});
+    EXPECT_FALSE(daemon.Mentions("kt_init"));
 }
 
 TEST(Daemon, AFailedStartPublishesTheFailurePicture) {
@@ -146,7 +145,8 @@ TEST(Daemon, AFailedStartPublishesTheFailurePicture) {
     EXPECT_EQ(daemon.Status(), 255);
     for (const char* name : {"md_capture.jpg", "liveview.gif"})
         EXPECT_EQ(ReadFile(Appliance::Tmp(name)), ReadFile(Appliance::Tmp("liveview_failed.jpg"))) << name;
-    ExpectInOrder({"ERR  * read system configuration fail.", "INF kt_init success", "ERR kt_md_init fail",
+    ExpectInOrder(daemon,
+                  {"ERR  * read system configuration fail.", "INF kt_init success", "ERR kt_md_init fail",
                    "ERR Initialize failed", TERMINATED, "ERR kt_md_stop failed", "INF kt_uninit success"});
 }
 
@@ -177,8 +177,7 @@ TEST(Daemon, SignalsEndItOrDoNotAndFaultsKeepTheirStatusAlsoWithoutStandardInput
         EXPECT_EQ(daemon.Status(), 128 + ending);
         EXPECT_GE(Since(start), 1990);
         EXPECT_LT(Since(start), 3900); // one pause, not two
-        const std::string log = Daemon::LogText();
-        EXPECT_EQ(log.find("Abnormal process"), log.rfind("Abnormal process"));
+        EXPECT_EQ(daemon.Count("INF Abnormal process exit."), 1);
     }
 }
 
@@ -191,8 +190,9 @@ TEST(Daemon, EndsWithItsParent) {
     int status = 0;
     waitpid(parent, &status, 0);
     EXPECT_EQ(status, 0);
-    EXPECT_TRUE(Eventually([] { return Daemon::LogText().find("[Terminated]") != std::string::npos; }));
-    ExpectInOrder({"INF  Receives signal(Terminated:15). ", TERMINATED});
+    LogReader log("capture");
+    EXPECT_TRUE(log.Logs(TERMINATED));
+    ExpectInOrder(log, {"INF  Receives signal(Terminated:15). ", TERMINATED});
 }
 
 TEST(Daemon, EndsWhenNoSnapshotSucceedsForElevenSeconds) {
@@ -201,7 +201,7 @@ TEST(Daemon, EndsWhenNoSnapshotSucceedsForElevenSeconds) {
     Appliance::Command("garbage"); // now the pipe is at its end of file, so every pass checks the clock
     ExpectOrderlyEnd(daemon, 15000);
     EXPECT_GE(Since(start), 10500);
-    ExpectInOrder({"ERR no requests for 10sec", TERMINATED});
+    ExpectInOrder(daemon, {"ERR no requests for 10sec", TERMINATED});
 }
 
 TEST(Daemon, ALibraryCallThatDoesNotReturnHoldsUpTheEndForFourSeconds) {
@@ -212,7 +212,7 @@ TEST(Daemon, ALibraryCallThatDoesNotReturnHoldsUpTheEndForFourSeconds) {
     kill(daemon.Pid(), SIGTERM);
     ExpectOrderlyEnd(daemon);
     EXPECT_LT(Since(start), 5000);
-    ExpectInOrder({"ERR gave up waiting for the command pipe task", TERMINATED});
+    ExpectInOrder(daemon, {"ERR gave up waiting for the command pipe task", TERMINATED});
 }
 
 // At every moment of a short life: the start, a snapshot, the rotation's pause, the teardown.
@@ -239,7 +239,7 @@ TEST(Daemon, SignalsAndCommandsInAFlood) {
         done = true;
         signals.join();
         close(fd);
-        EXPECT_EQ(Daemon::LogText().find("select failed"), std::string::npos);
+        EXPECT_EQ(daemon.Count("ERR FIFO select failed"), 0);
     }
 }
 

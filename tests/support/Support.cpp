@@ -18,8 +18,6 @@ namespace support {
 
 namespace {
 
-const std::string MARK = "end of the messages ";
-
 Texts Lines(const std::string& text) {
     Texts lines;
     std::istringstream in(text);
@@ -28,11 +26,40 @@ Texts Lines(const std::string& text) {
     return lines;
 }
 
+// Every test starts with empty folders, from / and with the environment that the program was given, also when
+// one program runs several, in any order.
+class CleanStart : public testing::EmptyTestEventListener {
+    void OnTestProgramStart(const testing::UnitTest&) override {
+        // What is emptied must be the sandbox's.
+        if (ReadFile("/proc/self/mounts").find("sandbox /opt tmpfs") == std::string::npos) {
+            std::cerr << "run this through scripts/sandbox.sh\n";
+            _exit(1);
+        }
+        for (char** entry = environ; *entry; ++entry)
+            m_Environment.emplace_back(*entry);
+    }
+    void OnTestStart(const testing::TestInfo&) override {
+        std::filesystem::current_path("/");
+        for (const char* folder : {"/opt", "/var/log", "/run"}) {
+            for (const auto& entry : std::filesystem::directory_iterator(folder))
+                std::filesystem::remove_all(entry);
+        }
+        std::filesystem::create_directory("/run/lock");
+        clearenv();
+        for (std::string& entry : m_Environment)
+            putenv(&entry[0]);
+    }
+    Texts m_Environment;
+};
+
+const bool registered = (testing::UnitTest::GetInstance()->listeners().Append(new CleanStart), true);
+
 } // namespace
 
 std::string ReadFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
+    std::ostringstream out;
+    out << std::ifstream(path, std::ios::binary).rdbuf();
+    return out.str();
 }
 
 void WriteFile(const std::string& path, const std::string& text) {
@@ -84,7 +111,7 @@ void OnFourThreads(const std::function<void(int)>& work) {
 }
 
 Appliance::Appliance() {
-    std::filesystem::remove_all("/opt/tormel");
+    std::filesystem::remove_all("/opt/tormel"); // several in one test
     std::filesystem::remove_all(LOG_DIRECTORY);
     std::filesystem::create_directories(Tmp(""));
     std::filesystem::create_directories(std::filesystem::path(DECODER).parent_path());
@@ -118,7 +145,34 @@ std::string LogFile(const std::string& name) {
     return std::string(Appliance::LOG_DIRECTORY) + "/" + name + "-" + date + ".log";
 }
 
-Log::Log(int level) {
+Texts LogReader::Messages() {
+    std::ifstream in(LogFile(m_Name), std::ios::binary);
+    in.seekg(static_cast<std::streamoff>(m_Read));
+    std::ostringstream out;
+    out << in.rdbuf();
+    const std::string text = out.str();
+    const size_t whole = text.rfind('\n') + 1; // a line may be just being written
+    for (const std::string& message : MessagesOf(text.substr(0, whole)))
+        m_Messages.push_back(message);
+    m_Read += whole;
+    return m_Messages;
+}
+
+int LogReader::Count(const std::string& message) {
+    const Texts all = Messages();
+    return static_cast<int>(std::count(all.begin(), all.end(), message));
+}
+
+bool LogReader::Logs(const std::string& message) {
+    return Eventually([&] { return Count(message) > 0; });
+}
+
+void LogReader::Forget() {
+    Messages();
+    m_Messages.clear();
+}
+
+Log::Log(int level) : LogReader("test") {
     const std::string directory = Appliance::LOG_DIRECTORY;
     std::filesystem::remove_all(directory);
     std::filesystem::create_directories(directory);
@@ -130,28 +184,8 @@ Log::~Log() {
 }
 
 Texts Log::Messages() {
-    // The worker has taken a line before it has written it, so a last line of our own says that all are
-    // there.  Other threads may go on logging behind it.
-    static int number = 0;
-    const std::string mark = MARK + std::to_string(++number) + "\n";
-    EXPECT_TRUE(FileLogger::instance()->Write(new std::ostringstream(mark)));
-    std::string text;
-    EXPECT_TRUE(Eventually([&] {
-        text = ReadFile(LogFile());
-        m_Seen = text.find(mark);
-        return m_Seen != std::string::npos;
-    }));
-    return MessagesOf(text.substr(m_Forgotten, m_Seen - m_Forgotten));
-}
-
-int Log::Count(const std::string& message) {
-    const Texts all = Messages();
-    return static_cast<int>(std::count(all.begin(), all.end(), message));
-}
-
-void Log::Forget() {
-    Messages();
-    m_Forgotten = m_Seen;
+    FileLogger::instance()->Drain(std::chrono::seconds(10));
+    return LogReader::Messages();
 }
 
 Texts MessagesOf(const std::string& text) {
@@ -162,13 +196,13 @@ Texts MessagesOf(const std::string& text) {
         const size_t end = line.rfind(" [L:");
         if (start != std::string::npos && end != std::string::npos && end >= start + 2)
             messages.push_back(line.substr(tag, 3) + " " + line.substr(start + 2, end - start - 2));
-        else if (line.compare(0, MARK.size(), MARK) != 0)
+        else
             messages.push_back(line);
     }
     return messages;
 }
 
-Daemon::Daemon(const std::string& arguments, const std::string& environment) {
+Daemon::Daemon(const std::string& arguments, const std::string& environment) : LogReader("capture") {
     static int number = 0;
     m_Output = "/opt/output" + std::to_string(++number);
     const std::string command =
@@ -186,14 +220,7 @@ Daemon::~Daemon() {
         Status();
     }
     if (testing::Test::HasFailure())
-        std::cerr << "--- output\n" << Output() << "--- log\n" << LogText();
-}
-
-bool Daemon::Logs(const std::string& message) {
-    return Eventually([&] {
-        const Texts all = MessagesOf(LogText());
-        return std::find(all.begin(), all.end(), message) != all.end();
-    });
+        std::cerr << "--- output\n" << Output() << "--- log\n" << ReadFile(LogFile("capture"));
 }
 
 int Daemon::Status(int milliseconds) {

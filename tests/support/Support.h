@@ -3,6 +3,7 @@
 // These are for nearly every test.
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -44,6 +45,15 @@ std::string GifSize(const std::string& path);
 // Waits for the condition, for at most ten seconds.
 bool Eventually(const std::function<bool()>& condition, int milliseconds = 10000);
 
+// An empty file system over a folder, as long as the object lives.
+struct Mount {
+    explicit Mount(const std::string& folder, const std::string& options = "") : path(folder) {
+        EXPECT_EQ(mount("none", path.c_str(), "tmpfs", 0, options.c_str()), 0);
+    }
+    ~Mount() { umount2(path.c_str(), MNT_DETACH); }
+    const std::string path;
+};
+
 // Whole milliseconds since then.
 int Since(std::chrono::steady_clock::time_point then);
 
@@ -65,33 +75,43 @@ public:
 // Today's log file of that name.
 std::string LogFile(const std::string& name = "test");
 
-// The log of this process, at debug level, as long as the object lives.
-class Log {
+// Reads today's log file of that name as it grows.
+class LogReader {
 public:
-    explicit Log(int level = 6);
-    ~Log();
+    explicit LogReader(std::string name) : m_Name(std::move(name)) {}
+    virtual ~LogReader() = default;
     // "INF kt_init success" for every line so far, in order, except those that were forgotten.
-    Texts Messages();
+    virtual Texts Messages();
     int Count(const std::string& message);
+    bool Logs(const std::string& message); // waits for it
     void Forget();
 
 private:
-    size_t m_Seen = 0;
-    size_t m_Forgotten = 0;
+    const std::string m_Name;
+    Texts m_Messages;
+    size_t m_Read = 0; // bytes
 };
 
-// The message lines of a log file's text, as Log::Messages.
+// The log of this process, at debug level, as long as the object lives.
+class Log : public LogReader {
+public:
+    explicit Log(int level = 6);
+    ~Log() override;
+    Texts Messages() override; // what is queued included
+};
+
+// The message lines of a log file's text, as LogReader::Messages.
 Texts MessagesOf(const std::string& text);
 
 // A running daemon, killed with the object.
-class Daemon {
+class Daemon : public LogReader {
 public:
     // Both as words for the shell.
     explicit Daemon(const std::string& arguments = "--debug", const std::string& environment = "");
-    ~Daemon();
-    bool Logs(const std::string& message);
+    ~Daemon() override;
     bool Ready() { return Logs("INF Initialize succeed"); } // waits until commands are served
-    static std::string LogText() { return ReadFile(LogFile("capture")); }
+    // Whether some line of the log so far holds the text.
+    bool Mentions(const std::string& text) { return Joined(Messages()).find(text) != std::string::npos; }
     // Waits for the end: the exit status, 128 + the signal's number, or -1 when it still runs.
     int Status(int milliseconds = 10000);
     std::string Output() { return ReadFile(m_Output); } // standard output and error so far
