@@ -220,16 +220,17 @@ TEST(Logger, LinesComeBackAfterAMissingDirectoryAndAFullDisk) {
 
     const Mount small(DIRECTORY, "size=8k");
     ASSERT_TRUE(logger->Initialize(DIRECTORY, "test", 6, "%Y%m%d", false));
-    Shell("dd if=/dev/zero of=" + DIRECTORY + "/fill bs=4k count=2 2>/dev/null; true");
+    Shell("dd if=/dev/zero of=" + DIRECTORY + "/fill bs=4k count=1 2>/dev/null; true");
     for (int i = 0; i < 100; ++i)
         Talker::Say(std::string(200, 'x'));
     logger->Drain(std::chrono::seconds(10));
+    EXPECT_EQ(ReadFile(LogFile()).back(), '\n');
     unlink((DIRECTORY + "/fill").c_str());
     EXPECT_TRUE(arrives("space is back"));
     std::istringstream lines(
         ReadFile(LogFile())); // none of them the beginning of one and the rest of another
     for (std::string line; std::getline(lines, line);)
-        EXPECT_TRUE(line.find("INF") == line.rfind("INF") && line.back() == ']') << line;
+        EXPECT_TRUE(!line.empty() && line.find("INF") == line.rfind("INF") && line.back() == ']') << line;
     delete logger;
 }
 
