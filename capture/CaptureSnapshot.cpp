@@ -22,6 +22,7 @@ using qz::common::LIVEVIEW_PATH;
 using qz::common::LIVEVIEW_TMP_PATH;
 using qz::common::MD_CAPTURE_PATH;
 using qz::common::MD_CAPTURE_TMP_PATH;
+using qz::common::OpenRegularForReading;
 using qz::common::OpenRegularForWriting;
 using qz::common::UniqueFd;
 
@@ -44,10 +45,9 @@ constexpr ScaleStep SCALE_STEPS[] = {{10, "1/8"}, {20, "2/8"}, {30, "3/8"}, {40,
 
 // Whether all of src arrived in dst, which a full disk may deny as late as at the closing.
 bool CopyContents(const std::string& src, const std::string& dst) {
-    const UniqueFd in(open(src.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    struct stat status {};
-    if (!in.Valid() || fstat(in.Get(), &status) != 0 || !S_ISREG(status.st_mode))
-        return false; // a FIFO would never end
+    const UniqueFd in = OpenRegularForReading(src.c_str());
+    if (!in.Valid())
+        return false;
     UniqueFd out = OpenRegularForWriting(dst.c_str(), O_TRUNC);
     if (!out.Valid())
         return false;

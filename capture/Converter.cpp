@@ -15,6 +15,7 @@
 #include "common/Owners.h"
 
 using qz::common::AGENT_LATEST_PATH;
+using qz::common::OpenRegularForReading;
 using qz::common::UniqueFd;
 
 namespace qz::capture {
@@ -74,7 +75,7 @@ private:
 
 // Whether the file ends as a whole GIF file does.
 bool IsWhole(const std::string& path) {
-    const UniqueFd file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    const UniqueFd file = OpenRegularForReading(path.c_str());
     char last = 0;
     return file.Valid() && lseek(file.Get(), -1, SEEK_END) > 0 && read(file.Get(), &last, 1) == 1 &&
            last == GIF_TRAILER;

@@ -23,18 +23,21 @@ public:
     bool SetIV(PacketBuffer& iv);
 
     // The file's bytes.  False when it is no regular file, cannot be opened or read as a whole, or is above
-    // the buffer's limit less one.
+    // the buffer's limit.
     bool loadFileContent(std::string path, PacketBuffer& out);
 
 protected:
     static constexpr unsigned BLOCK = 16; // bytes
 
-    const unsigned char* Key() const;
-    int KeyBits() const { return m_KeyLength * 8; }
-    // A copy for one run of the cipher, which changes it.
-    void CopyIV(unsigned char (&iv)[BLOCK]) const;
+    enum Direction { DECRYPT = 0, ENCRYPT = 1 }; // libcrypto's numbers
+
+    // Runs the cipher over the data into out, which has the result's length already; the data may be out's
+    // own.  The stored IV is not changed.  False when libcrypto fails.
+    bool Run(Direction direction, const char* data, int length, PacketBuffer& out) const;
     // Makes out exactly length bytes long, whatever it held.
     static bool Prepare(PacketBuffer& out, uint64_t length);
+    // Empties out, so that nothing of what it held stays in memory.
+    static void Wipe(PacketBuffer& out);
 
 private:
     PacketBuffer m_Key;

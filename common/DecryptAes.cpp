@@ -3,25 +3,14 @@
 
 #include <algorithm>
 
-#include <openssl/aes.h>
-#include <openssl/crypto.h>
-
 namespace qz::common {
 
 bool DecryptAes::CbcDecrypt(const char* data, unsigned length, PacketBuffer& out) {
     if (!data || length == 0 || length % BLOCK != 0)
         return false;
-    AES_KEY schedule;
     const bool inPlace = data == out.Data();
-    if (AES_set_decrypt_key(Key(), KeyBits(), &schedule) != 0 || !Prepare(out, length))
+    if (!Prepare(out, length) || !Run(DECRYPT, inPlace ? out.Data() : data, static_cast<int>(length), out))
         return false;
-    if (inPlace)
-        data = out.Data(); // may have moved
-    unsigned char iv[BLOCK];
-    CopyIV(iv);
-    AES_cbc_encrypt(reinterpret_cast<const unsigned char*>(data),
-                    reinterpret_cast<unsigned char*>(out.Data()), length, &schedule, iv, AES_DECRYPT);
-    OPENSSL_cleanse(&schedule, sizeof schedule);
     const int padding = static_cast<unsigned char>(out.Data()[length - 1]);
     return out.SetLength(std::max(0, static_cast<int>(length) - padding));
 }

@@ -14,7 +14,7 @@ public:
     // all of what out holds, and is then replaced, or lies elsewhere.
     bool CbcEncrypt(const char* data, unsigned length, PacketBuffer& out);
 
-    // The same over a file's bytes; see loadFileContent.
+    // The same over a file's bytes; see loadFileContent.  After a failure out is empty.
     bool FileCbcEncrypt(std::string path, PacketBuffer& out);
 };
 

@@ -1,6 +1,8 @@
 // The JPEG header probe.  Tested in tests/common/ImageTest.cpp.
 #include "common/HelperImage.h"
 
+#include <fcntl.h>
+
 #include <csetjmp>
 #include <cstdio>
 
@@ -32,8 +34,12 @@ void DropMessage(j_common_ptr) {}
 bool HelperImage::GetJPEGSize(const char* path, int& width, int& height) {
     if (!path)
         return false;
-    const FilePtr file(fopen(path, "rbe"));
-    if (!file) {
+    // Non-blocking, so that a FIFO in the picture's place is an empty file.
+    UniqueFd fd(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    const FilePtr file(fd.Valid() ? fdopen(fd.Get(), "rb") : nullptr);
+    if (file)
+        (void)fd.Release(); // the stream's now
+    else {
         QZ_LOG(ERR, path << " Open Error");
         return false;
     }

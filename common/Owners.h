@@ -62,6 +62,15 @@ struct FileIdentity {
     }
 };
 
+// Opens a regular file for reading.  Anything else is refused at once, a FIFO without a writer too.
+inline UniqueFd OpenRegularForReading(const char* path) {
+    UniqueFd fd(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    struct stat status {};
+    if (fd.Valid() && (fstat(fd.Get(), &status) != 0 || !S_ISREG(status.st_mode)))
+        fd.Reset();
+    return fd;
+}
+
 // Opens a regular file for writing, made when it is missing; flags are added.  Anything else in its place is
 // refused at once, a FIFO without a reader too.
 inline UniqueFd OpenRegularForWriting(const char* path, int flags) {

@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 
 namespace qz::common {
 
@@ -39,12 +40,14 @@ PacketBuffer& PacketBuffer::operator=(const PacketBuffer& other) {
     return *this;
 }
 
-// Not through Assign, which needs room for a zero byte that a buffer at the limit does not have.
 void PacketBuffer::Copy(const PacketBuffer& other) {
-    if (!Allocate(other.m_Capacity) || !m_Data || other.Empty())
+    if (!Allocate(other.m_Capacity) || other.Empty() || Assign(other.m_Data, other.m_Length))
         return;
-    memcpy(m_Data, other.m_Data, static_cast<size_t>(other.m_Length));
-    SetLength(other.m_Length);
+    // At the limit there is no room for the zero byte that Assign adds.
+    if (m_Data) {
+        memcpy(m_Data, other.m_Data, static_cast<size_t>(other.m_Length));
+        SetLength(other.m_Length);
+    }
 }
 
 void PacketBuffer::Clear() {
@@ -100,7 +103,8 @@ bool PacketBuffer::SetLength(int length) {
 bool PacketBuffer::Assign(const char* bytes, int count) {
     if (count < 0 || count >= LIMIT || (!bytes && count > 0))
         return false;
-    if (!Resize(count + 1))
+    PacketBuffer own;
+    if (!Detach(bytes, count, own) || !Resize(count + 1))
         return false;
     if (count > 0)
         memmove(m_Data, bytes, static_cast<size_t>(count));
@@ -115,8 +119,21 @@ bool PacketBuffer::CursorAppend(int cursor, const char* bytes, int count) {
     return Put(cursor, bytes, count);
 }
 
+// Growing moves this buffer's own bytes away and cutting overwrites them: they are worked on as a copy.
+bool PacketBuffer::Detach(const char*& bytes, int count, PacketBuffer& copy) const {
+    const std::less<const char*> before; // an order for any two pointers
+    if (count == 0 || !m_Data || before(bytes, m_Data) || !before(bytes, m_Data + m_Capacity))
+        return true;
+    const bool copied = copy.Assign(bytes, count);
+    bytes = copy.m_Data;
+    return copied;
+}
+
 bool PacketBuffer::Put(int at, const char* bytes, int count) {
     if (at < 0 || count < 0 || (!bytes && count > 0))
+        return false;
+    PacketBuffer own;
+    if (!Detach(bytes, count, own))
         return false;
     const int64_t end = static_cast<int64_t>(at) + count;
     if (end >= m_Capacity && (end + GROWTH > LIMIT || !Resize(static_cast<int>(end) + GROWTH)))

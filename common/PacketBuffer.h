@@ -8,7 +8,8 @@ namespace qz::common {
 // as the capacity has room for one.
 //
 // A size or count that is negative, above the limit, or leads above it, makes an operation fail: nothing is
-// then allocated or changed.  A null pointer stands for no bytes; with a count above 0 it fails too.
+// then allocated or changed.  A null pointer stands for no bytes; with a count above 0 it fails too.  The
+// bytes given to an operation may be the buffer's own.
 //
 // Threads: as any value.
 class PacketBuffer {
@@ -60,6 +61,7 @@ public:
 
 private:
     void Copy(const PacketBuffer& other);
+    bool Detach(const char*& bytes, int count, PacketBuffer& copy) const;
     bool Put(int at, const char* bytes, int count);
 
     int32_t m_Capacity = 0;

@@ -1,15 +1,14 @@
 // Digests and hashes.  Tested in tests/common/LibraryTestText.cpp.
 #include "common/Util.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
-#include <openssl/md5.h>
-#include <openssl/sha.h>
+#include <openssl/evp.h>
 
 #include "common/Owners.h"
 
@@ -19,56 +18,58 @@ namespace {
 
 constexpr size_t PIECE = 256 * 1024; // bytes of a file per read; smaller ones measured slower
 
-struct Md5 {
-    static constexpr int LENGTH = MD5_DIGEST_LENGTH;
-    MD5_CTX context;
-    Md5() { MD5_Init(&context); }
-    void Update(const void* data, size_t size) { MD5_Update(&context, data, size); }
-    void Final(unsigned char* digest) { MD5_Final(digest, &context); }
+// One digest being worked out.  False results are libcrypto's failures.
+class Digest {
+public:
+    explicit Digest(const EVP_MD* kind)
+        : m_Context(EVP_MD_CTX_new()),
+          m_Good(m_Context && EVP_DigestInit_ex(m_Context.get(), kind, nullptr) == 1) {}
+
+    void Update(const void* data, size_t size) {
+        m_Good = m_Good && EVP_DigestUpdate(m_Context.get(), data, size) == 1;
+    }
+
+    // The digest's text; its bytes go to the caller's buffer.  "" after a failure.
+    std::string Finish(unsigned char* digest) {
+        unsigned length = 0;
+        m_Good = m_Good && EVP_DigestFinal_ex(m_Context.get(), digest, &length) == 1;
+        return m_Good ? Util::ToHex(digest, static_cast<int>(length)) : "";
+    }
+
+private:
+    struct Free {
+        void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
+    };
+    std::unique_ptr<EVP_MD_CTX, Free> m_Context;
+    bool m_Good;
 };
 
-struct Sha256 {
-    static constexpr int LENGTH = SHA256_DIGEST_LENGTH;
-    SHA256_CTX context;
-    Sha256() { SHA256_Init(&context); }
-    void Update(const void* data, size_t size) { SHA256_Update(&context, data, size); }
-    void Final(unsigned char* digest) { SHA256_Final(digest, &context); }
-};
-
-template <typename Digest>
-std::string HashData(const unsigned char* data, unsigned length, unsigned char* digest) {
+std::string HashData(const EVP_MD* kind, const unsigned char* data, unsigned length, unsigned char* digest) {
     if (!digest || (!data && length > 0))
         return "";
-    Digest hash;
-    if (length > 0)
-        hash.Update(data, length);
-    hash.Final(digest);
-    return Util::ToHex(digest, Digest::LENGTH);
+    Digest hash(kind);
+    hash.Update(data, length);
+    return hash.Finish(digest);
 }
 
 // Read without a stream in between, whose copy of the bytes would cost a tenth of the digest.
-template <typename Digest>
-bool HashFile(const std::string& path, std::string& hex) {
+bool HashFile(const EVP_MD* kind, const std::string& path, std::string& hex) {
     hex.clear();
-    const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const UniqueFd file = OpenRegularForReading(path.c_str());
     if (!file.Valid())
         return false;
-    Digest hash;
+    Digest hash(kind);
     std::vector<char> piece(PIECE);
-    for (;;) {
-        const ssize_t count = read(file.Get(), piece.data(), piece.size());
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count < 0)
+    for (ssize_t count = 1; count != 0;) {
+        count = read(file.Get(), piece.data(), piece.size());
+        if (count < 0 && errno != EINTR)
             return false;
-        if (count == 0)
-            break;
-        hash.Update(piece.data(), static_cast<size_t>(count));
+        if (count > 0)
+            hash.Update(piece.data(), static_cast<size_t>(count));
     }
-    unsigned char digest[Digest::LENGTH];
-    hash.Final(digest);
-    hex = Util::ToHex(digest, Digest::LENGTH);
-    return true;
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    hex = hash.Finish(digest);
+    return !hex.empty();
 }
 
 // Two bytes, the low one first, wherever they lie.
@@ -89,19 +90,19 @@ std::string Util::ToHex(const unsigned char* bytes, int count) {
 }
 
 std::string Util::Md5Hash(const unsigned char* data, unsigned int length, unsigned char* digest) {
-    return HashData<Md5>(data, length, digest);
+    return HashData(EVP_md5(), data, length, digest);
 }
 
 std::string Util::Sha256Hash(const unsigned char* data, unsigned int length, unsigned char* digest) {
-    return HashData<Sha256>(data, length, digest);
+    return HashData(EVP_sha256(), data, length, digest);
 }
 
 bool Util::Md5File(const std::string& path, std::string& hex) {
-    return HashFile<Md5>(path, hex);
+    return HashFile(EVP_md5(), path, hex);
 }
 
 bool Util::Sha256File(const std::string& path, std::string& hex) {
-    return HashFile<Sha256>(path, hex);
+    return HashFile(EVP_sha256(), path, hex);
 }
 
 unsigned int Util::SuperFastHash(const char* data, unsigned int length) {

@@ -71,8 +71,7 @@ int Util::LogPID(std::string path) {
 }
 
 int Util::ReadPID(std::string path) {
-    // Non-blocking, so that a FIFO in the file's place does not hold up the start.
-    const UniqueFd fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    const UniqueFd fd = OpenRegularForReading(path.c_str());
     if (!fd.Valid())
         return 0;
     std::string text;

@@ -5,6 +5,7 @@
 #include <dirent.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -37,13 +38,12 @@ std::string Util::GetTimeStr() {
 }
 
 std::string Util::GetVersion(VersionType type) {
-    const FilePtr file(fopen(VERSION_FILE_PATH.c_str(), "re"));
-    if (!file)
-        return "";
+    const UniqueFd file = OpenRegularForReading(VERSION_FILE_PATH.c_str());
     char buffer[257] = {};
-    if (!fgets(buffer, sizeof buffer, file.get()))
+    if (!file.Valid() || read(file.Get(), buffer, sizeof buffer - 1) <= 0)
         return "";
-    std::string line = buffer;
+    std::string line = buffer; // up to the first zero byte
+    line.erase(std::min(line.find('\n'), line.size()));
     if (Trim(line).empty())
         return "";
 

@@ -51,11 +51,16 @@ void Util::StringSplit(std::string text, std::string delimiter, std::vector<std:
 }
 
 std::string Util::ReplaceAll(std::string& text, const std::string& from, const std::string& to) {
-    if (!from.empty()) {
-        for (size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size())
-            text.replace(at, from.size(), to);
-    }
-    return text;
+    if (from.empty())
+        return text;
+    // Into a text of its own: from and to may be text itself.
+    std::string replaced;
+    size_t start = 0;
+    for (size_t at; (at = text.find(from, start)) != std::string::npos; start = at + from.size())
+        replaced.append(text, start, at - start).append(to);
+    replaced.append(text, start, std::string::npos);
+    text = replaced;
+    return replaced;
 }
 
 std::string Util::ReplaceTrim(const std::string& text, std::string chars) {

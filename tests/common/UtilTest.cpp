@@ -44,6 +44,8 @@ TEST(Text, TrimSplitReplaceAndUrls) {
     EXPECT_EQ(Util::ReplaceAll(text, "X", "XX"), "aXXbXX");
     EXPECT_EQ(Util::ReplaceAll(text, "", "y"), "aXXbXX");
     EXPECT_EQ(text, "aXXbXX");
+    EXPECT_EQ(Util::ReplaceAll(text, text, "a"), "a"); // the text itself, as either
+    EXPECT_EQ(Util::ReplaceAll(text, "a", text), "a");
     EXPECT_EQ(Util::ReplaceTrim("--a-b-", "-+"), "a-b-");
     EXPECT_EQ(Util::ReplaceTrim("--", "-"), "");
     EXPECT_EQ(Util::GetRemoveVirtualPath("<:..ROOT..:>/a"), "/a");
