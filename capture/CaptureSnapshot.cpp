@@ -12,9 +12,9 @@
 
 #include "capture/Config.h"
 #include "common/Constants.h"
+#include "common/FileAccess.h"
 #include "common/FileLogger.h"
 #include "common/HelperImage.h"
-#include "common/Owners.h"
 
 using qz::common::HelperImage;
 using qz::common::LIVEVIEW_FAILED_PATH;
@@ -25,6 +25,7 @@ using qz::common::MD_CAPTURE_TMP_PATH;
 using qz::common::OpenRegularForReading;
 using qz::common::OpenRegularForWriting;
 using qz::common::UniqueFd;
+using qz::common::WriteAll;
 
 namespace qz::capture {
 
@@ -56,14 +57,10 @@ bool CopyContents(const std::string& src, const std::string& dst) {
         const ssize_t count = read(in.Get(), buffer, sizeof buffer);
         if (count == 0)
             return out.Reset();
-        if (count < 0 && errno != EINTR)
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0 || WriteAll(out.Get(), buffer, static_cast<size_t>(count)) < static_cast<size_t>(count))
             return false;
-        for (ssize_t done = 0; done < count;) {
-            const ssize_t written = write(out.Get(), buffer + done, static_cast<size_t>(count - done));
-            if (written < 0 && errno != EINTR)
-                return false;
-            done += std::max<ssize_t>(written, 0);
-        }
     }
 }
 

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "common/Constants.h"
-#include "common/Owners.h"
+#include "common/FileAccess.h"
 
 using qz::common::AGENT_LATEST_PATH;
 using qz::common::OpenRegularForReading;

@@ -6,12 +6,11 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <memory>
 
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
 
-#include "common/Owners.h"
+#include "common/FileAccess.h"
 
 namespace qz::common {
 
@@ -73,24 +72,38 @@ bool AesKey::loadFileContent(std::string path, PacketBuffer& out) {
     return true;
 }
 
+AesKey::Cipher::Cipher(const AesKey& key, Direction direction) : m_Context(EVP_CIPHER_CTX_new()) {
+    const EVP_CIPHER* cipher = key.m_KeyLength == 16   ? EVP_aes_128_cbc()
+                               : key.m_KeyLength == 24 ? EVP_aes_192_cbc()
+                                                       : EVP_aes_256_cbc();
+    // Only the encryption pads: at decryption the padding is taken on trust, which libcrypto would not do.
+    m_Good =
+        m_Context &&
+        EVP_CipherInit_ex(m_Context, cipher, nullptr, Bytes(key.m_Key), Bytes(key.m_IV), direction) == 1 &&
+        EVP_CIPHER_CTX_set_padding(m_Context, direction == ENCRYPT) == 1;
+}
+
+AesKey::Cipher::~Cipher() {
+    EVP_CIPHER_CTX_free(m_Context); // wipes the key schedule
+}
+
+int AesKey::Cipher::Update(const char* data, int length, char* out) {
+    int written = 0;
+    m_Good = m_Good && EVP_CipherUpdate(m_Context, reinterpret_cast<unsigned char*>(out), &written,
+                                        reinterpret_cast<const unsigned char*>(data), length) == 1;
+    return m_Good ? written : -1;
+}
+
+int AesKey::Cipher::Finish(char* out) {
+    int written = 0;
+    m_Good = m_Good && EVP_CipherFinal_ex(m_Context, reinterpret_cast<unsigned char*>(out), &written) == 1;
+    return m_Good ? written : -1;
+}
+
 bool AesKey::Run(Direction direction, const char* data, int length, PacketBuffer& out) const {
-    const EVP_CIPHER* cipher = m_KeyLength == 16   ? EVP_aes_128_cbc()
-                               : m_KeyLength == 24 ? EVP_aes_192_cbc()
-                                                   : EVP_aes_256_cbc();
-    // Freeing it wipes the key schedule, on every path.
-    const std::unique_ptr<EVP_CIPHER_CTX, decltype(&EVP_CIPHER_CTX_free)> context(EVP_CIPHER_CTX_new(),
-                                                                                  EVP_CIPHER_CTX_free);
-    const auto* source = reinterpret_cast<const unsigned char*>(data);
-    auto* target = reinterpret_cast<unsigned char*>(out.Data());
-    int first = 0;
-    int last = 0;
-    return context &&
-           EVP_CipherInit_ex(context.get(), cipher, nullptr, Bytes(m_Key), Bytes(m_IV), direction) == 1 &&
-           // Only the encryption pads: at decryption the padding is taken on trust, which the cipher would
-           // not do.
-           EVP_CIPHER_CTX_set_padding(context.get(), direction == ENCRYPT) == 1 &&
-           EVP_CipherUpdate(context.get(), target, &first, source, length) == 1 &&
-           EVP_CipherFinal_ex(context.get(), target + first, &last) == 1 && first + last == out.Length();
+    Cipher cipher(*this, direction);
+    const int written = cipher.Update(data, length, out.Data());
+    return written >= 0 && cipher.Finish(out.Data() + written) == out.Length() - written;
 }
 
 bool AesKey::Prepare(PacketBuffer& out, uint64_t length) {

@@ -5,6 +5,8 @@
 
 #include "common/PacketBuffer.h"
 
+struct evp_cipher_ctx_st; // libcrypto's EVP_CIPHER_CTX
+
 namespace qz::common {
 
 // What encryption and decryption share: key, IV and the reading of files.  The default key and IV are
@@ -30,6 +32,24 @@ protected:
     static constexpr unsigned BLOCK = 16; // bytes
 
     enum Direction { DECRYPT = 0, ENCRYPT = 1 }; // libcrypto's numbers
+
+    // One run of the cipher.  The stored IV is not changed.  After a failure of libcrypto every result is -1.
+    class Cipher {
+    public:
+        Cipher(const AesKey& key, Direction direction);
+        ~Cipher();
+        Cipher(const Cipher&) = delete;
+        Cipher& operator=(const Cipher&) = delete;
+
+        // How many bytes went to out, which may be the data's own place: at most length + 15.
+        int Update(const char* data, int length, char* out);
+        // The rest: at most 16.
+        int Finish(char* out);
+
+    private:
+        evp_cipher_ctx_st* m_Context; // owned
+        bool m_Good;
+    };
 
     // Runs the cipher over the data into out, which has the result's length already; the data may be out's
     // own.  The stored IV is not changed.  False when libcrypto fails.

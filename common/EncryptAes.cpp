@@ -1,7 +1,24 @@
 // AES-CBC encryption.  Tested in tests/common/LibraryTestBuffer.cpp.
 #include "common/EncryptAes.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <vector>
+
+#include "common/FileAccess.h"
+
 namespace qz::common {
+
+namespace {
+
+constexpr int64_t PIECE =
+    64 * 1024; // bytes: what stays in the processor's cache from the reading to the writing
+
+} // namespace
 
 bool EncryptAes::CbcEncrypt(const char* data, unsigned length, PacketBuffer& out) {
     if (!data || length == 0)
@@ -17,6 +34,40 @@ bool EncryptAes::FileCbcEncrypt(std::string path, PacketBuffer& out) {
         return true;
     Wipe(out); // of the plaintext
     return false;
+}
+
+bool EncryptAes::FileCbcEncrypt(std::string path, std::string target) {
+    const UniqueFd in = OpenRegularForReading(path.c_str());
+    struct stat status {};
+    if (!in.Valid() || fstat(in.Get(), &status) != 0 || status.st_size < 1 ||
+        status.st_size >= PacketBuffer::LIMIT) // what could not be decrypted
+        return false;
+    UniqueFd out = OpenRegularForWriting(target.c_str(), O_TRUNC);
+    if (!out.Valid())
+        return false;
+    const bool written = EncryptPieces(in.Get(), out.Get(), status.st_size);
+    if (out.Reset() && written) // a full disk may show at the closing alone
+        return true;
+    unlink(target.c_str());
+    return false;
+}
+
+bool EncryptAes::EncryptPieces(int in, int out, int64_t size) const {
+    Cipher cipher(*this, ENCRYPT);
+    std::vector<char> piece(PIECE + BLOCK);
+    for (int64_t left = size; left > 0;) {
+        const ssize_t count = read(in, piece.data(), static_cast<size_t>(std::min<int64_t>(left, PIECE)));
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count <= 0)
+            return false; // it has become shorter
+        const int made = cipher.Update(piece.data(), static_cast<int>(count), piece.data());
+        if (made < 0 || WriteAll(out, piece.data(), static_cast<size_t>(made)) != static_cast<size_t>(made))
+            return false;
+        left -= count;
+    }
+    const int made = cipher.Finish(piece.data());
+    return made >= 0 && WriteAll(out, piece.data(), static_cast<size_t>(made)) == static_cast<size_t>(made);
 }
 
 } // namespace qz::common

@@ -16,6 +16,13 @@ public:
 
     // The same over a file's bytes; see loadFileContent.  After a failure out is empty.
     bool FileCbcEncrypt(std::string path, PacketBuffer& out);
+
+    // The same from file to file, piece by piece, without the whole of it in memory.  After a failure there
+    // is no half of a target.
+    bool FileCbcEncrypt(std::string path, std::string target);
+
+private:
+    bool EncryptPieces(int in, int out, int64_t size) const;
 };
 
 } // namespace qz::common

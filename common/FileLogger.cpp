@@ -53,20 +53,6 @@ void FormatTime(char (&out)[TIME_SIZE]) {
     snprintf(out, sizeof out, "%s%03d", second.text, static_cast<int>(nanoseconds % 1000000000 / 1000000));
 }
 
-// How many of the bytes were written.
-size_t WriteAll(int fd, const char* data, size_t size) {
-    size_t done = 0;
-    while (done < size) {
-        const ssize_t written = write(fd, data + done, size - done);
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written <= 0)
-            break;
-        done += static_cast<size_t>(written);
-    }
-    return done;
-}
-
 std::string LoginName() {
     const passwd* user = getpwuid(getuid());
     return user && user->pw_name ? user->pw_name : "";

@@ -15,8 +15,8 @@
 #include <string_view>
 #include <vector>
 
+#include "common/FileAccess.h"
 #include "common/IExecutor.h"
-#include "common/Owners.h"
 
 namespace qz::common {
 

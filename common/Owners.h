@@ -1,8 +1,6 @@
 #pragma once
 
 #include <dirent.h>
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -42,44 +40,6 @@ public:
 private:
     int m_Fd = -1;
 };
-
-// Which file it is, whatever its name: tells whether a path or a descriptor still means the same one.
-struct FileIdentity {
-    dev_t device = 0;
-    ino_t inode = 0; // 0: none
-
-    static FileIdentity Of(int fd) {
-        struct stat status {};
-        return fstat(fd, &status) == 0 ? FileIdentity{status.st_dev, status.st_ino} : FileIdentity{};
-    }
-    // Of the name itself: a symbolic link is not followed.
-    static FileIdentity Of(const char* path) {
-        struct stat status {};
-        return lstat(path, &status) == 0 ? FileIdentity{status.st_dev, status.st_ino} : FileIdentity{};
-    }
-    bool operator==(const FileIdentity& other) const {
-        return inode != 0 && device == other.device && inode == other.inode;
-    }
-};
-
-// Opens a regular file for reading.  Anything else is refused at once, a FIFO without a writer too.
-inline UniqueFd OpenRegularForReading(const char* path) {
-    UniqueFd fd(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    struct stat status {};
-    if (fd.Valid() && (fstat(fd.Get(), &status) != 0 || !S_ISREG(status.st_mode)))
-        fd.Reset();
-    return fd;
-}
-
-// Opens a regular file for writing, made when it is missing; flags are added.  Anything else in its place is
-// refused at once, a FIFO without a reader too.
-inline UniqueFd OpenRegularForWriting(const char* path, int flags) {
-    UniqueFd fd(open(path, O_WRONLY | O_CREAT | O_NONBLOCK | O_CLOEXEC | flags, 0666));
-    struct stat status {};
-    if (fd.Valid() && (fstat(fd.Get(), &status) != 0 || !S_ISREG(status.st_mode)))
-        fd.Reset();
-    return fd;
-}
 
 struct CloseFile {
     void operator()(FILE* file) const { fclose(file); }

@@ -6,8 +6,8 @@
 
 #include <iostream>
 
+#include "common/FileAccess.h"
 #include "common/FileLogger.h"
-#include "common/Owners.h"
 #include "common/PathConstants.h"
 #include "common/Util.h"
 

@@ -10,7 +10,7 @@
 
 #include <openssl/evp.h>
 
-#include "common/Owners.h"
+#include "common/FileAccess.h"
 
 namespace qz::common {
 

@@ -13,9 +13,7 @@ const std::string EXTENSION = ".enc";
 } // namespace
 
 bool Util::SaveToEnc(std::string path) {
-    EncryptAes aes;
-    PacketBuffer encrypted;
-    return aes.FileCbcEncrypt(path, encrypted) && SaveFile(path + EXTENSION, encrypted);
+    return EncryptAes().FileCbcEncrypt(path, path + EXTENSION);
 }
 
 bool Util::SaveToDec(std::string path) {

@@ -14,6 +14,7 @@
 #include <cstring>
 #include <iostream>
 
+#include "common/FileAccess.h"
 #include "common/FileLogger.h"
 #include "common/Owners.h"
 

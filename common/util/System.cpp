@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "common/Constants.h"
+#include "common/FileAccess.h"
 #include "common/FileLogger.h"
 #include "common/Owners.h"
 

@@ -1,0 +1,56 @@
+// Regular files, opened and written.  Tested in tests/common/ProcessTest.cpp, LoggerTest.cpp and
+// LibraryTestBuffer.cpp.
+#include "common/FileAccess.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace qz::common {
+
+namespace {
+
+UniqueFd OpenRegular(const char* path, int flags) {
+    UniqueFd fd(open(path, flags | O_NONBLOCK | O_CLOEXEC, 0666));
+    struct stat status {};
+    if (fd.Valid() && (fstat(fd.Get(), &status) != 0 || !S_ISREG(status.st_mode)))
+        fd.Reset();
+    return fd;
+}
+
+} // namespace
+
+FileIdentity FileIdentity::Of(int fd) {
+    struct stat status {};
+    return fstat(fd, &status) == 0 ? FileIdentity{status.st_dev, status.st_ino} : FileIdentity{};
+}
+
+FileIdentity FileIdentity::Of(const char* path) {
+    struct stat status {};
+    return lstat(path, &status) == 0 ? FileIdentity{status.st_dev, status.st_ino} : FileIdentity{};
+}
+
+UniqueFd OpenRegularForReading(const char* path) {
+    return OpenRegular(path, O_RDONLY);
+}
+
+UniqueFd OpenRegularForWriting(const char* path, int flags) {
+    return OpenRegular(path, O_WRONLY | O_CREAT | flags);
+}
+
+size_t WriteAll(int fd, const char* data, size_t size) {
+    size_t done = 0;
+    while (done < size) {
+        const ssize_t written = write(fd, data + done, size - done);
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            break;
+        done += static_cast<size_t>(written);
+    }
+    return done;
+}
+
+} // namespace qz::common

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+
+#include "common/Owners.h"
+
+// Files that are what they should be, read and written without waiting for anybody.  Any thread.
+namespace qz::common {
+
+// Which file it is, whatever its name: tells whether a path or a descriptor still means the same one.
+struct FileIdentity {
+    dev_t device = 0;
+    ino_t inode = 0; // 0: none
+
+    static FileIdentity Of(int fd);
+    static FileIdentity Of(const char* path); // of the name itself: a symbolic link is not followed
+    bool operator==(const FileIdentity& other) const {
+        return inode != 0 && device == other.device && inode == other.inode;
+    }
+};
+
+// Open a regular file, for writing made when it is missing, with the flags added.  Anything else is refused
+// at once, a FIFO that nobody has open at its other end too.
+UniqueFd OpenRegularForReading(const char* path);
+UniqueFd OpenRegularForWriting(const char* path, int flags);
+
+// How many of the bytes were written: all of them, or fewer before an error.
+size_t WriteAll(int fd, const char* data, size_t size);
+
+} // namespace qz::common
