@@ -16,7 +16,7 @@ void Report(Capture& capture, char source, int code) {
     if (source == 'x')
         capture.OnSignalEvent(code, -1);
     else
-        EXPECT_TRUE(source == 's' ? xenc_sim_sys_event(code, 0) : xenc_sim_md_event(code, 0));
+        EXPECT_TRUE(xenc_sim_control(((source == 's' ? "sys " : "md ") + std::to_string(code)).c_str()));
 }
 
 TEST(Events, OnlyTheListedCodesEndTheSessionAndOnlyFromTheirOwnSource) {

@@ -235,11 +235,7 @@ int Daemon::Status(int milliseconds) {
 }
 
 std::string CallsSince() {
-    std::string text(static_cast<size_t>(xenc_sim_calls(nullptr, 0)) + 1, '\0');
-    xenc_sim_calls(&text[0], static_cast<int>(text.size()));
-    text.pop_back();
-    xenc_sim_forget_calls();
-    return Joined(Lines(text));
+    return Joined(Lines(xenc_sim_take_calls()));
 }
 
 } // namespace support

@@ -1,40 +1,12 @@
 #pragma once
 
-#include <functional>
 #include <string>
 
 namespace qz::xenc {
 
-// The file or FIFO with control lines.  It stays open when the library is closed, so that the next kt_init
-// goes on behind the lines already carried out instead of repeating them.
-//
-// Threads: one at a time.
-class ControlInput {
-public:
-    using LineHandler = std::function<void(const std::string&)>;
+class Session;
 
-    ControlInput() = default;
-    ~ControlInput() { Close(); }
-
-    ControlInput(const ControlInput&) = delete;
-    ControlInput& operator=(const ControlInput&) = delete;
-
-    // Nothing when this path is open already, closed when it is empty.  0 or the errno.
-    int Open(const std::string& path);
-    void Close();
-
-    // Hands over the complete lines that have arrived; a piece of a line is kept until its end comes.  Never
-    // blocks.
-    void ReadLines(const LineHandler& handler);
-
-    int Descriptor() const { return m_Fd; } // -1: closed
-    bool CanPoll() const { return m_IsFifo; }
-
-private:
-    int m_Fd = -1;
-    bool m_IsFifo = false;
-    std::string m_Path;
-    std::string m_Piece; // of a line
-};
+// Carries out a control line; false when it is not understood.
+bool CarryOut(Session& session, const std::string& line);
 
 } // namespace qz::xenc

@@ -10,7 +10,7 @@
 #include <system_error>
 #include <utility>
 
-#include "xenc/simulator/Control.h"
+#include "xenc/simulator/ControlInput.h"
 
 namespace qz::xenc {
 
@@ -23,43 +23,37 @@ thread_local bool t_OnDeliveryThread = false;
 
 } // namespace
 
+Delivery::Delivery() : m_WakeFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+
 bool Delivery::OnOwnThread() {
     return t_OnDeliveryThread;
 }
 
 bool Delivery::Start(Handlers handlers, ControlInput& control) {
-    const int wakeFd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (wakeFd < 0)
+    if (m_WakeFd < 0)
         return false;
+    m_Handlers = std::move(handlers);
     {
         const std::lock_guard<std::mutex> lock(m_Lock);
-        m_WakeFd = wakeFd;
         m_Running = true;
     }
-    m_Handlers = std::move(handlers);
-
     // The program's signals are for its own threads; the new thread inherits the mask.
     sigset_t all;
     sigset_t before;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &before);
-    bool started = true;
     try {
         m_Thread = std::thread([this, &control] { Run(control); });
     } catch (const std::system_error&) {
-        started = false;
+        Stop();
     }
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    if (!started)
-        Stop();
-    return started;
+    return m_Thread.joinable();
 }
 
 void Delivery::Stop() {
     {
         const std::lock_guard<std::mutex> lock(m_Lock);
-        if (!m_Running)
-            return;
         m_Running = false;
         eventfd_write(m_WakeFd, 1); // cannot fail: the counter is nowhere near its limit
     }
@@ -67,10 +61,7 @@ void Delivery::Stop() {
         m_Thread.join();
 
     const std::lock_guard<std::mutex> lock(m_Lock);
-    close(m_WakeFd);
-    m_WakeFd = -1;
     m_Queue.clear();
-    m_DeliveredCount = m_PostedCount;
     m_Settled.notify_all();
 }
 
@@ -79,7 +70,6 @@ bool Delivery::Post(Notice notice) {
     if (!m_Running)
         return false;
     m_Queue.push_back(std::move(notice));
-    ++m_PostedCount;
     eventfd_write(m_WakeFd, 1);
     return true;
 }
@@ -88,20 +78,12 @@ void Delivery::Flush() {
     if (OnOwnThread())
         return; // what is queued cannot be delivered before the running callback returns
     std::unique_lock<std::mutex> lock(m_Lock);
-    const uint64_t posted = m_PostedCount;
-    m_Settled.wait(lock, [this, posted] { return m_DeliveredCount >= posted; });
+    m_Settled.wait(lock, [this] { return m_Queue.empty(); });
 }
 
 void Delivery::Run(ControlInput& control) {
     t_OnDeliveryThread = true;
-    while (true) {
-        while (DeliverFront()) {
-        }
-        {
-            const std::lock_guard<std::mutex> lock(m_Lock);
-            if (!m_Running)
-                return;
-        }
+    while (DeliverQueue()) {
         Wait(control);
         control.ReadLines(m_Handlers.controlLine);
     }
@@ -116,20 +98,17 @@ void Delivery::Wait(const ControlInput& control) const {
     eventfd_read(m_WakeFd, &wakeUps); // fails when the control input or the time woke us
 }
 
-bool Delivery::DeliverFront() {
+bool Delivery::DeliverQueue() {
     std::unique_lock<std::mutex> lock(m_Lock);
-    if (!m_Running || m_Queue.empty())
-        return false;
-    const Notice notice = std::move(m_Queue.front());
-    m_Queue.pop_front();
-    lock.unlock();
-
-    m_Handlers.notice(notice);
-
-    lock.lock();
-    ++m_DeliveredCount;
-    m_Settled.notify_all();
-    return true;
+    while (m_Running && !m_Queue.empty()) {
+        const Notice& notice = m_Queue.front(); // others only append, which leaves it in its place
+        lock.unlock();
+        m_Handlers.notice(notice);
+        lock.lock();
+        m_Queue.pop_front();
+        m_Settled.notify_all();
+    }
+    return m_Running;
 }
 
 } // namespace qz::xenc

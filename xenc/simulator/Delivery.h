@@ -1,7 +1,6 @@
 #pragma once
 
 #include <condition_variable>
-#include <cstdint>
 #include <deque>
 #include <functional>
 #include <mutex>
@@ -34,7 +33,7 @@ public:
         std::function<void(const std::string&)> controlLine;
     };
 
-    Delivery() = default;
+    Delivery();
     Delivery(const Delivery&) = delete;
     Delivery& operator=(const Delivery&) = delete;
 
@@ -48,7 +47,7 @@ public:
     // False when not started.
     bool Post(Notice notice);
 
-    // Returns once everything posted before has been delivered or dropped; at once on the delivery thread.
+    // Returns once the queue is empty and no handler is running; at once on the delivery thread.
     void Flush();
 
     static bool OnOwnThread();
@@ -56,16 +55,14 @@ public:
 private:
     void Run(ControlInput& control);
     void Wait(const ControlInput& control) const;
-    bool DeliverFront();
+    bool DeliverQueue(); // false: stop
 
     Handlers m_Handlers;               // constant while the thread runs
     std::thread m_Thread;              // Start and Stop only
-    int m_WakeFd = -1;                 // an eventfd; changed while no thread runs, under m_Lock
+    const int m_WakeFd;                // an eventfd, never closed: the object lives as long as the process
     std::mutex m_Lock;                 // guards the fields below
-    std::condition_variable m_Settled; // m_DeliveredCount or m_Running has changed
-    std::deque<Notice> m_Queue;        // oldest first
-    uint64_t m_PostedCount = 0;
-    uint64_t m_DeliveredCount = 0; // counts the dropped ones too
+    std::condition_variable m_Settled; // the queue has become shorter
+    std::deque<Notice> m_Queue;        // oldest first; the one being delivered stays until it is
     bool m_Running = false;
 };
 

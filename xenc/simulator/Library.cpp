@@ -1,18 +1,17 @@
-// The interface of the encoder library, kt_init to kt_md_capture, on top of the session in Session.
+// The C functions: the interface of the encoder library on top of the session, and what steers the simulator.
 #include "xenc/simulator/Exports.h"
 
 #include <cstdio>
+#include <initializer_list>
 #include <string>
 
 #include "xenc/simulator/Session.h"
 
-using qz::xenc::LOG_STEP;
-using qz::xenc::Session;
-using qz::xenc::STAGE_OPEN;
-using qz::xenc::STAGE_READY;
-using qz::xenc::STAGE_STARTED;
+using namespace qz::xenc;
 
 namespace {
+
+constexpr int EVENT_HDMI_CONNECTED = 11; // a media event
 
 template <typename Pointer>
 std::string Shown(Pointer pointer) {
@@ -24,58 +23,63 @@ std::string Shown(Function callback, void* user) {
     return Shown(callback) + ", " + Shown(user);
 }
 
-template <typename Function, typename Target>
-int Register(const char* name, Function callback, void* user, Target Session::*target) {
-    Session& session = Session::Get();
-    const Session::Call call(session, name, Shown(callback, user), STAGE_OPEN);
-    if (!call)
-        return 0;
-    session.*target = {callback, user};
-    return 1;
+std::string Shown(std::initializer_list<int> numbers) {
+    std::string text;
+    for (const int number : numbers)
+        text += (text.empty() ? "" : ", ") + std::to_string(number);
+    return text;
 }
 
-// For what has no effect on the test card and the streams, of which the simulator has none: order and record
-// only.
-int Accept(const char* function, const std::string& arguments, unsigned stages) {
-    const Session::Call call(Session::Get(), function, arguments, stages);
-    return call ? 1 : 0;
+template <typename Function>
+int Register(const char* name, Function callback, void* user, Registration<Function> Settings::*target) {
+    return Session::Get().Call(name, Shown(callback, user), STAGE_OPEN, [&](Settings& settings) {
+        settings.*target = {callback, user};
+    });
 }
 
-bool IsRotation(int rotation) {
-    return rotation == 0 || rotation == 90 << 16 || rotation == 180 << 16 || rotation == 270 << 16;
+// The simulator encodes no streams, so what describes or receives one changes nothing: such a call only has
+// its place in the order and in the record.
+int Accept(const char* function, const std::string& arguments, Stage stage) {
+    return Session::Get().Call(function, arguments, stage);
+}
+
+Notice State(H264EncState state) {
+    return {Notice::Kind::State, state, 0, {}};
+}
+
+Notice LogLine(const char* text) {
+    return {Notice::Kind::Log, LOG_STEP, 0, text};
 }
 
 } // namespace
 
 extern "C" {
 
+// --- xenc.h
+
 int kt_init(int mode) {
-    return Session::Get().Open(mode) ? 1 : 0;
+    return Session::Get().Open(mode);
 }
 
 int kt_uninit(void) {
-    return Session::Get().Close() ? 1 : 0;
+    return Session::Get().Close();
 }
 
 int kt_sys_setCallback(kt_sys_event_callback callback, void* user) {
-    return Register("kt_sys_setCallback", callback, user, &Session::m_OnSysEvent);
+    return Register("kt_sys_setCallback", callback, user, &Settings::onSysEvent);
 }
 
 int kt_md_setLogfunc(kt_md_log_callback callback) {
-    Session& session = Session::Get();
-    const Session::Call call(session, "kt_md_setLogfunc", Shown(callback), STAGE_OPEN);
-    if (!call)
-        return 0;
-    session.SetLogFunction(callback);
-    return 1;
+    return Session::Get().Call("kt_md_setLogfunc", Shown(callback), STAGE_OPEN,
+                               [&](Settings& settings) { settings.onLog = callback; });
 }
 
 int kt_md_setCallbackOnState(kt_md_state_callback callback, void* user) {
-    return Register("kt_md_setCallbackOnState", callback, user, &Session::m_OnState);
+    return Register("kt_md_setCallbackOnState", callback, user, &Settings::onState);
 }
 
 int kt_md_setCallbackOnEvent(kt_md_event_callback callback, void* user) {
-    return Register("kt_md_setCallbackOnEvent", callback, user, &Session::m_OnMdEvent);
+    return Register("kt_md_setCallbackOnEvent", callback, user, &Settings::onMdEvent);
 }
 
 int kt_md_setCallbackOnNal(kt_md_nal_callback callback, void* user) {
@@ -87,79 +91,86 @@ int kt_md_setCallbackOnAudio(kt_md_audio_callback callback, void* user) {
 }
 
 int kt_md_setFps(int framesPerSecond) {
-    return Accept("kt_md_setFps", std::to_string(framesPerSecond), STAGE_OPEN);
+    return Accept("kt_md_setFps", Shown({framesPerSecond}), STAGE_OPEN);
 }
 
 int kt_md_setGop(int length) {
-    return Accept("kt_md_setGop", std::to_string(length), STAGE_OPEN);
+    return Accept("kt_md_setGop", Shown({length}), STAGE_OPEN);
 }
 
 int kt_md_setBitrate(int rate) {
-    return Accept("kt_md_setBitrate", std::to_string(rate), STAGE_OPEN);
+    return Accept("kt_md_setBitrate", Shown({rate}), STAGE_OPEN);
 }
 
 int kt_md_vencSize(int channel, int size) {
-    return Accept("kt_md_vencSize", std::to_string(channel) + ", " + std::to_string(size), STAGE_OPEN);
+    return Accept("kt_md_vencSize", Shown({channel, size}), STAGE_OPEN);
 }
 
 int kt_md_setScreenRotate(int rotation) {
     char shown[16];
     std::snprintf(shown, sizeof(shown), "0x%X", static_cast<unsigned>(rotation));
+    const int degrees = rotation >> 16;
+    const bool isRotation =
+        rotation == 0 || rotation == 90 << 16 || rotation == 180 << 16 || rotation == 270 << 16;
     Session& session = Session::Get();
-    const Session::Call call(session, "kt_md_setScreenRotate", shown, STAGE_OPEN);
-    if (!call)
-        return 0;
-    if (!IsRotation(rotation)) {
-        session.LogLocked(LOG_STEP, "kt_md_setScreenRotate: not a rotation");
-        return 0;
-    }
-    session.m_Rotation = rotation >> 16;
-    return 1;
+    const bool called = session.Call("kt_md_setScreenRotate", shown, STAGE_OPEN, [&](Settings& settings) {
+        if (isRotation)
+            settings.degrees = degrees;
+    });
+    if (called)
+        session.Log(LOG_STEP, isRotation ? "rotation " + std::to_string(degrees)
+                                         : std::string("not a rotation: ") + shown);
+    return called && isRotation;
 }
 
 int kt_md_init(int a, int b, int c, int d, int e) {
-    std::string arguments = std::to_string(a);
-    for (const int argument : {b, c, d, e})
-        arguments += ", " + std::to_string(argument);
-    Session& session = Session::Get();
-    const Session::Call call(session, "kt_md_init", arguments, STAGE_OPEN);
-    if (!call)
-        return 0;
-    session.SetStage(STAGE_READY);
-    session.ReportState(STATE_INIT);
-    session.ReportState(STATE_SETUP);
-    session.LogLocked(LOG_STEP, "encoder initialised, rotation " + std::to_string(session.m_Rotation));
-    return 1;
+    return Session::Get().Move("kt_md_init", Shown({a, b, c, d, e}), STAGE_OPEN, STAGE_READY,
+                               {State(STATE_INIT), State(STATE_SETUP), LogLine("encoder initialised")});
 }
 
 int kt_md_uninit(void) {
-    Session& session = Session::Get();
-    const Session::Call call(session, "kt_md_uninit", "", STAGE_READY);
-    if (!call)
-        return 0;
-    session.SetStage(STAGE_OPEN);
-    session.ReportState(STATE_ZERO);
-    session.LogLocked(LOG_STEP, "encoder closed");
-    return 1;
+    return Session::Get().Move("kt_md_uninit", "", STAGE_READY, STAGE_OPEN,
+                               {State(STATE_ZERO), LogLine("encoder closed")});
 }
 
 int kt_md_start(void) {
-    return Session::Get().Start() ? 1 : 0;
+    const bool started = Session::Get().Move("kt_md_start", "", STAGE_READY, STAGE_STARTED,
+                                             {State(STATE_SETUP_VENC),
+                                              {Notice::Kind::MdEvent, EVENT_HDMI_CONNECTED, 0, {}},
+                                              State(STATE_ENCODING),
+                                              LogLine("encoder started")});
+    // A program that learns from the state that it may take pictures can do so once this call has returned.
+    Session::Get().Flush();
+    return started;
 }
 
 int kt_md_stop(void) {
-    Session& session = Session::Get();
-    const Session::Call call(session, "kt_md_stop", "", STAGE_STARTED);
-    if (!call)
-        return 0;
-    session.SetStage(STAGE_READY);
-    session.ReportState(STATE_SETUP);
-    session.LogLocked(LOG_STEP, "encoder stopped");
-    return 1;
+    return Session::Get().Move("kt_md_stop", "", STAGE_STARTED, STAGE_READY,
+                               {State(STATE_SETUP), LogLine("encoder stopped")});
 }
 
 int kt_md_capture(const char* path) {
-    return Session::Get().Capture(path) ? 1 : 0;
+    return Session::Get().Capture(path ? path : "");
+}
+
+// --- simulator.h
+
+int xenc_sim_control(const char* line) {
+    return Session::Get().Control(line);
+}
+
+void xenc_sim_flush(void) {
+    Session::Get().Flush();
+}
+
+const char* xenc_sim_take_calls(void) {
+    static std::string calls;
+    calls = Session::Get().Calls().Take();
+    return calls.c_str();
+}
+
+void xenc_sim_reset(void) {
+    Session::Get().Reset();
 }
 
 } // extern "C"

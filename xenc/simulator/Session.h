@@ -1,15 +1,18 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
-#include <map>
+#include <functional>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
-#include "xenc/simulator/Control.h"
+#include "xenc/simulator/CallRecord.h"
+#include "xenc/simulator/ControlInput.h"
 #include "xenc/simulator/Delivery.h"
+#include "xenc/simulator/PictureSource.h"
 #include "xenc/xenc.h"
 
 namespace qz::xenc {
@@ -27,12 +30,6 @@ enum Stage : unsigned {
     STAGE_BUSY = 16    // inside kt_init or kt_uninit: no other call is allowed
 };
 
-// What is wrong with the pictures on request.
-struct CaptureFaults {
-    int delayMilliseconds = 0;
-    int keptBytes = -1; // of every picture; -1: all
-};
-
 // A callback together with its user pointer, both borrowed from the program.
 template <typename Function>
 struct Registration {
@@ -40,110 +37,75 @@ struct Registration {
     void* user = nullptr;
 };
 
-// The encoder session behind the kt_ functions.
+// What the program has set since kt_init.
+struct Settings {
+    int degrees = 0; // of the rotation
+    Registration<kt_sys_event_callback> onSysEvent;
+    Registration<kt_md_event_callback> onMdEvent;
+    Registration<kt_md_state_callback> onState;
+    kt_md_log_callback onLog = nullptr;
+};
+
+// The encoder session behind the kt_ functions: the order of the calls, and what it reports.
 //
 // Threads: any thread may call everything.  No lock is held while a callback runs, so callbacks may call
 // everything too; only Close and Reset are refused there, since they wait for the callback to end.
 class Session {
 public:
+    using Effect = std::function<void(Settings&)>;
+
     // Never destroyed: a program may end while the library is open and its thread still at work.
     static Session& Get();
 
-    // --- Session.cpp: one call, the session, what it reports
+    // A call of a kt_ function: recorded, then refused (false, with a log line) when it is to fail or not in
+    // one of the stages.  Otherwise the effect takes place, under the lock.
+    bool Call(const char* function, const std::string& arguments, unsigned stages, const Effect& effect = {});
+    // The same for a call that leads from one stage to another and reports that.
+    bool Move(const char* function, const std::string& arguments, unsigned from, Stage to,
+              const std::vector<Notice>& reports);
 
-    // One call of a kt_ function: recorded, then refused (false, with a log line) when it is to fail or not
-    // in one of the stages; the lock is held until the guard goes.
-    class Call {
-    public:
-        Call(Session& session, const char* function, const std::string& arguments, unsigned stages);
-        explicit operator bool() const { return m_Admitted; }
-
-    private:
-        const std::lock_guard<std::mutex> m_Guard;
-        const bool m_Admitted;
-    };
-
-    // kt_init, kt_uninit, kt_md_start and kt_md_capture, each with its Call.
+    // kt_init, kt_uninit and kt_md_capture.
     bool Open(int mode);
     bool Close();
-    bool Start();
-    bool Capture(const char* path);
+    bool Capture(const std::string& path);
 
     // Queues a callback.  False when the library is not open.
-    bool Notify(Notice notice);
+    bool Notify(Notice notice) { return m_Delivery.Post(std::move(notice)); }
     // A log line; kept for later while there is no log function.
     void Log(int level, const std::string& text);
     void Flush() { m_Delivery.Flush(); }
 
-    // The next count calls of the function fail.  False when there is no such function.
-    bool Fail(const std::string& function, int count);
-    CaptureFaults Faults();
-    void SetFaults(const CaptureFaults& faults);
-    std::string Calls();
-    void ForgetCalls();
+    // Carries out a control line.  False when it is wrong, which the log then explains.
+    bool Control(const std::string& line);
+    CallRecord& Calls() { return m_Calls; }
+    PictureSource& Pictures() { return m_Pictures; }
     void Reset();
-
-    // --- Control.cpp
-
-    // A control line; false when it is not understood.
-    bool CarryOut(const std::string& line);
-
-    // --- For the registrations and setters of Library.cpp, while a Call is held
-
-    void SetLogFunction(kt_md_log_callback function);
-    void LogLocked(int level, const std::string& text);
-    void ReportState(H264EncState state) { m_Delivery.Post({Notice::Kind::State, state, 0, {}}); }
-
-    void SetStage(Stage stage);
-    int m_Rotation = 0; // degrees
-    Registration<kt_sys_event_callback> m_OnSysEvent;
-    Registration<kt_md_event_callback> m_OnMdEvent;
-    Registration<kt_md_state_callback> m_OnState;
 
 private:
     Session() = default;
 
-    // What one kt_md_capture is to do.
-    struct Shot {
-        uint64_t run;
-        uint64_t frame; // from 1
-        int degrees;
-        CaptureFaults faults;
-        bool hasTestCard;
-        std::string file; // with the picture; empty when there is none
-    };
-
     // With the lock held.
-    void Record(const char* function, const std::string& arguments);
-    bool Admit(const char* function, const std::string& arguments, unsigned stages);
-    bool FailsOnRequest(const char* function);
-    void ReadEnvironment();
-    Shot NextShot();
+    void SetStage(Stage stage);
+    void LogLocked(int level, const std::string& text);
 
     // Without the lock.
-    void ReadControl();
-    void HandleLine(const std::string& line);
+    bool StageLasts(uint64_t stageCount, std::chrono::milliseconds time);
+    void End(); // STAGE_BUSY to STAGE_CLOSED
+    void ReadEnvironment();
     void Deliver(const Notice& notice);
-    bool WaitForShot(const Shot& shot);                              // false: the encoder was stopped
-    static std::string TakeShot(const Shot& shot, const char* path); // the reason of a failure, or empty
-    void End();                                                      // STAGE_BUSY to STAGE_CLOSED
 
-    // Guards every field but the two objects at the end.  The lock of m_Delivery may be taken while it is
+    // Guards the fields down to the blank line.  The locks of the objects below it may be taken while it is
     // held, never the other way round.
     std::mutex m_Lock;
-    Stage m_Stage = STAGE_CLOSED;
     std::condition_variable m_StageChanged; // a slow capture waits for it
-    uint64_t m_RunCount = 0; // of kt_md_start: tells a restarted encoder from one that never stopped
-    uint64_t m_FrameCount = 0;
-    kt_md_log_callback m_OnLog = nullptr;
-    std::deque<Notice> m_EarlyLog; // lines from before there was a log function
-    std::string m_Calls;           // one line each
-    std::map<std::string, int> m_Failures;
-    CaptureFaults m_Faults;
-    std::string m_PicturePath; // XENC_PICTURE; empty: the test card
-    std::vector<std::string> m_PictureFiles;
+    Stage m_Stage = STAGE_CLOSED;
+    uint64_t m_StageCount = 0; // tells a restarted encoder from one that never stopped
+    Settings m_Settings;
+    std::vector<Notice> m_WaitingLog; // lines from before there was a log function
 
-    ControlInput m_Control; // Open while STAGE_BUSY, then the delivery thread
+    CallRecord m_Calls;
+    PictureSource m_Pictures;
+    ControlInput m_Control; // Open and End while STAGE_BUSY, then the delivery thread
     Delivery m_Delivery;
 };
 

@@ -1,17 +1,12 @@
-// The test card: drawing, turning, encoding.  MakeTestCard.
+// The test card.  DrawTestCard.
 #include "xenc/simulator/TestCard.h"
 
-#include <stdio.h> // before jpeglib.h, which uses FILE and size_t without including their headers
-
-#include <jpeglib.h>
-
-#include <setjmp.h>
 #include <time.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <cstring>
-#include <iterator>
+#include <array>
+#include <string>
+#include <utility>
 #include <vector>
 
 namespace qz::xenc {
@@ -20,18 +15,14 @@ namespace {
 
 constexpr int WIDTH = 1920;
 constexpr int HEIGHT = 1080;
-constexpr int JPEG_QUALITY = 85;
 
-struct Colour {
-    uint8_t red;
-    uint8_t green;
-    uint8_t blue;
-};
+using Colour = std::array<uint8_t, 3>;
 
 constexpr Colour WHITE{255, 255, 255};
 constexpr Colour BLACK{0, 0, 0};
-const Colour BARS[] = {WHITE,         {255, 255, 0}, {0, 255, 255}, {0, 255, 0},
-                       {255, 0, 255}, {255, 0, 0},   {0, 0, 255},   BLACK};
+constexpr Colour RED{255, 0, 0};
+constexpr Colour BARS[] = {WHITE,         {255, 255, 0}, {0, 255, 255}, {0, 255, 0},
+                           {255, 0, 255}, RED,           {0, 0, 255},   BLACK};
 
 // From the top: bars, gradient, lines.
 constexpr int GRADIENT_TOP = 720;
@@ -55,20 +46,17 @@ const Glyph GLYPHS[] = {
     {'N', {0x11, 0x19, 0x15, 0x13, 0x11, 0x11, 0x11}}, {'O', {0x0E, 0x11, 0x11, 0x11, 0x11, 0x11, 0x0E}},
     {'R', {0x1E, 0x11, 0x11, 0x1E, 0x14, 0x12, 0x11}}, {'T', {0x1F, 0x04, 0x04, 0x04, 0x04, 0x04, 0x04}}};
 
-// --- Drawing
-
+// Black at first.
 class Canvas {
 public:
-    Canvas() : m_Pixels(static_cast<size_t>(WIDTH) * HEIGHT, BLACK) {}
-
-    const Colour* Pixels() const { return m_Pixels.data(); }
+    Image Release() { return std::move(m_Image); }
 
     // What lies outside is cut off.
     void Fill(int left, int top, int width, int height, Colour colour) {
         const int right = std::min(left + width, WIDTH);
         for (int y = std::max(top, 0); y < std::min(top + height, HEIGHT); ++y)
             for (int x = std::max(left, 0); x < right; ++x)
-                m_Pixels[static_cast<size_t>(y) * WIDTH + static_cast<size_t>(x)] = colour;
+                std::copy(colour.begin(), colour.end(), &m_Image.pixels[(y * WIDTH + x) * 3]);
     }
 
     // Letters without a glyph leave a gap.
@@ -91,7 +79,7 @@ private:
         }
     }
 
-    std::vector<Colour> m_Pixels;
+    Image m_Image{WIDTH, HEIGHT, 3, std::vector<uint8_t>(WIDTH* HEIGHT * 3)};
 };
 
 void DrawBackground(Canvas& canvas) {
@@ -110,11 +98,10 @@ void DrawBackground(Canvas& canvas) {
 
     // A picture that was cut or shifted has lost a side of this frame.
     constexpr int FRAME = 6;
-    const Colour red = BARS[5];
-    canvas.Fill(0, 0, WIDTH, FRAME, red);
-    canvas.Fill(0, HEIGHT - FRAME, WIDTH, FRAME, red);
-    canvas.Fill(0, 0, FRAME, HEIGHT, red);
-    canvas.Fill(WIDTH - FRAME, 0, FRAME, HEIGHT, red);
+    canvas.Fill(0, 0, WIDTH, FRAME, RED);
+    canvas.Fill(0, HEIGHT - FRAME, WIDTH, FRAME, RED);
+    canvas.Fill(0, 0, FRAME, HEIGHT, RED);
+    canvas.Fill(WIDTH - FRAME, 0, FRAME, HEIGHT, RED);
 }
 
 std::string TimeOfDay() {
@@ -141,95 +128,13 @@ void DrawText(Canvas& canvas, int degrees, uint64_t frame) {
     }
 }
 
-// --- Turning: where in the card the turned picture's first pixel lies and how far its next pixel and next
-// row are
-
-struct Turn {
-    int degrees;
-    int origin;
-    int pixelStep;
-    int rowStep;
-};
-
-const Turn TURNS[] = {{0, 0, 1, WIDTH},
-                      {90, (HEIGHT - 1) * WIDTH, -WIDTH, 1},
-                      {180, HEIGHT* WIDTH - 1, -1, -WIDTH},
-                      {270, WIDTH - 1, WIDTH, -1}};
-
-// --- Encoding
-
-struct ErrorManager {
-    jpeg_error_mgr base; // the first member: the library knows only this one
-    jmp_buf back;
-};
-
-// The library's own handler would end the process; throwing needs unwind tables that the library may not
-// have.
-void JumpBack(j_common_ptr encoder) {
-    longjmp(reinterpret_cast<ErrorManager*>(encoder->err)->back, 1);
-}
-
-void KeepQuiet(j_common_ptr) {}
-
-// No object with a destructor may live here or in what it calls: an error jumps out.
-bool Encode(const Colour* card, const Turn& turn, FILE* out) {
-    jpeg_compress_struct encoder{};
-    ErrorManager errors{};
-    encoder.err = jpeg_std_error(&errors.base);
-    errors.base.error_exit = JumpBack;
-    errors.base.output_message = KeepQuiet;
-    if (setjmp(errors.back) != 0) {
-        jpeg_destroy_compress(&encoder);
-        return false;
-    }
-    jpeg_create_compress(&encoder);
-    jpeg_stdio_dest(&encoder, out);
-    const bool isUpright = turn.degrees % 180 != 0;
-    encoder.image_width = isUpright ? HEIGHT : WIDTH;
-    encoder.image_height = isUpright ? WIDTH : HEIGHT;
-    encoder.input_components = 3;
-    encoder.in_color_space = JCS_RGB;
-    jpeg_set_defaults(&encoder);
-    jpeg_set_quality(&encoder, JPEG_QUALITY, TRUE);
-    jpeg_start_compress(&encoder, TRUE);
-    while (encoder.next_scanline < encoder.image_height) {
-        JSAMPLE row[WIDTH * 3];
-        int source = turn.origin + turn.rowStep * static_cast<int>(encoder.next_scanline);
-        for (JDIMENSION x = 0; x < encoder.image_width; ++x, source += turn.pixelStep)
-            memcpy(row + x * 3, card + source, 3);
-        JSAMPROW rows[] = {row};
-        jpeg_write_scanlines(&encoder, rows, 1);
-    }
-    jpeg_finish_compress(&encoder);
-    jpeg_destroy_compress(&encoder);
-    return true;
-}
-
 } // namespace
 
-bool MakeTestCard(int degrees, uint64_t frame, std::string& jpeg) {
-    static_assert(sizeof(Colour) == 3, "pixels are copied as they are");
-    const Turn* turn = std::find_if(std::begin(TURNS), std::end(TURNS),
-                                    [degrees](const Turn& one) { return one.degrees == degrees; });
-    if (turn == std::end(TURNS))
-        return false;
+Image DrawTestCard(int degrees, uint64_t frame) {
     Canvas canvas;
     DrawBackground(canvas);
     DrawText(canvas, degrees, frame);
-
-    // A stream in memory rather than the library's memory destination: the type of that one's size differs
-    // between releases of the library.
-    char* bytes = nullptr;
-    size_t size = 0;
-    FILE* out = open_memstream(&bytes, &size);
-    if (!out)
-        return false;
-    const bool encoded = Encode(canvas.Pixels(), *turn, out);
-    const bool complete = fclose(out) == 0 && encoded;
-    if (complete)
-        jpeg.assign(bytes, size);
-    free(bytes);
-    return complete;
+    return canvas.Release();
 }
 
 } // namespace qz::xenc

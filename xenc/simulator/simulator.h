@@ -15,8 +15,7 @@
 //     capture normal            none of these
 //
 // What the file or FIFO holds already is carried out inside kt_init, before its own result is decided; an
-// event or a state is too early there, and lost.  After that, append to the file: what was read is not read
-// again, also not by the next kt_init of the same process.
+// event or a state is too early there, and lost.  After that, append to the file.
 //
 // The pictures are a test card of the simulator's own (1920 x 1080, turned by the rotation) or, with
 // XENC_PICTURE, the JPEG file of that name or the files of that directory in turn.
@@ -26,23 +25,16 @@
 
 extern "C" {
 
-// Queue a callback.  0 when the library is not open.
-int xenc_sim_sys_event(int event, int param);
-int xenc_sim_md_event(int event, int param);
-int xenc_sim_state(int state, int param);
-int xenc_sim_log(int level, const char* text);
+// Carries out one control line as above.  0 when it is not understood.
+int xenc_sim_control(const char* line);
 
 // Returns once every callback queued before has been delivered or, by kt_uninit, dropped; at once in a
 // callback.
 void xenc_sim_flush(void);
 
-// Carries out one control line as above.  0 when it is not understood.
-int xenc_sim_control(const char* line);
-
-// The calls so far, one per line as in C: "kt_md_setFps(15)".  Copies at most size - 1 bytes and a zero;
-// returns the full length.  Callback and user pointers are shown as "set" or "null".
-int xenc_sim_calls(char* buffer, int size);
-void xenc_sim_forget_calls(void);
+// The calls since the last look, one per line as in C: "kt_md_setFps(15)".  Callback and user pointers are
+// shown as "set" or "null".  Valid until the next look, so for one thread at a time.
+const char* xenc_sim_take_calls(void);
 
 // Back to the beginning: closed, no calls, no failures, normal pictures.  Not while another thread is in the
 // library.

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <map>
+#include <mutex>
+#include <string>
+
+namespace qz::xenc {
+
+// The calls of the kt_ functions so far, and those that are to fail.
+//
+// Threads: any thread may call everything.
+class CallRecord {
+public:
+    // Adds "function(arguments)".  A program that runs for weeks must not fill the memory: the older half
+    // goes.
+    void Add(const std::string& function, const std::string& arguments);
+    // One call per line; the record begins anew.
+    std::string Take();
+
+    // The next count calls of the function are to fail.  False when there is no such function.
+    bool PlanFailures(const std::string& function, int count);
+    // Whether this call is to fail, which is then one less.
+    bool TakeFailure(const std::string& function);
+
+    void Reset();
+
+private:
+    std::mutex m_Lock; // guards the fields below
+    std::string m_Calls;
+    std::map<std::string, int> m_Failures;
+};
+
+} // namespace qz::xenc
