@@ -16,6 +16,7 @@ struct Encoding : Bench {
     Encoding(int width, int height) : Bench(4) {
         MakeJpeg("/opt/picture.jpg", width, height);
         setenv("XENC_PICTURE", "/opt/picture.jpg", 1);
+        Config::instance()->SetScreenMode(0);
         EXPECT_TRUE(capture.Initialize());
         log.Forget();
     }
@@ -61,6 +62,31 @@ TEST(Snapshot, PublishesThePictureAndItsScaledLiveView) {
         bench.capture.Stop();
         EXPECT_FALSE(bench.capture.XEncCapture());
         EXPECT_EQ(bench.log.Messages().back(), "ERR Capture not initialized");
+    }
+}
+
+// jpegtran knows what a rotation is.  Flat blocks survive being encoded again.
+TEST(Snapshot, GivenPicturesTakeTurnsAndAreTurned) {
+    std::string picture = "P5 32 16 255\n"; // white in its upper left quarter
+    for (int row = 0; row < 8; ++row)
+        picture += std::string(16, '\xff') + std::string(16, '\0');
+    WriteFile("/opt/quarter.pgm", picture + std::string(8 * 32, '\0'));
+    Shell("mkdir -p /opt/p && cjpeg -outfile /opt/p/1 /opt/quarter.pgm && head -c -9 /opt/p/1 >/opt/p/2");
+    const std::string snapshot = Appliance::Tmp("md_capture.jpg");
+    const std::string turns[] = {"-copy none", "-rotate 90", "-rotate 180", "-rotate 270"};
+    for (int mode = 0; mode < 4; ++mode) {
+        SCOPED_TRACE(mode);
+        Bench bench;
+        Config::instance()->SetScreenMode(mode);
+        EXPECT_TRUE(bench.capture.Initialize());
+        xenc_sim_control("picture /opt/p");
+        EXPECT_TRUE(bench.capture.XEncCapture());
+        Shell("jpegtran " + turns[mode] + " /opt/p/1 | djpeg >/opt/turned; djpeg " + snapshot +
+              " | cmp - /opt/turned");
+        EXPECT_TRUE(bench.capture.XEncCapture()); // of the damaged one
+        EXPECT_EQ(ReadFile(snapshot), ReadFile("/opt/p/2"));
+        const bool told = Joined(bench.log.Messages()).find("/opt/p/2 not turned") != std::string::npos;
+        EXPECT_EQ(told, mode != 0);
     }
 }
 

@@ -60,6 +60,13 @@ bool ReadLog(Session& session, std::istream& words) {
     return true;
 }
 
+bool ReadPicture(Session& session, std::istream& words) {
+    std::string path;
+    std::getline(words >> std::ws, path);
+    session.Pictures().Choose(path);
+    return true;
+}
+
 bool ReadNotice(Session& session, const std::string& verb, std::istream& words) {
     Notice notice{};
     if (verb == "sys")
@@ -90,6 +97,8 @@ bool CarryOut(Session& session, const std::string& line) {
         return ReadCapture(session, words);
     if (verb == "log")
         return ReadLog(session, words);
+    if (verb == "picture")
+        return ReadPicture(session, words);
     return ReadNotice(session, verb, words);
 }
 

@@ -1,4 +1,4 @@
-// Turning pictures, and libjpeg.  Turned, Encode.
+// Turning pictures, and libjpeg.  Turned, Decode, Encode.
 #include "xenc/simulator/Image.h"
 
 #include <stdio.h> // before jpeglib.h, which uses FILE and size_t without including their headers
@@ -31,9 +31,16 @@ void JumpBack(j_common_ptr jpeg) {
     longjmp(errors->back, 1);
 }
 
+// Warnings have the level -1; the others are only for who watches the library at work.
+void RefuseWarnings(j_common_ptr jpeg, int level) {
+    if (level < 0)
+        JumpBack(jpeg);
+}
+
 jpeg_error_mgr* Prepare(ErrorManager& errors) {
     jpeg_std_error(&errors.base);
     errors.base.error_exit = JumpBack;
+    errors.base.emit_message = RefuseWarnings;
     return &errors.base;
 }
 
@@ -56,6 +63,26 @@ J_COLOR_SPACE ColourSpace(int channels) {
 }
 
 // No object with a destructor may live here, where an error jumps out.
+bool Read(jpeg_decompress_struct& decoder, ErrorManager& errors, const std::string& jpeg, Image& image) {
+    if (setjmp(errors.back) != 0)
+        return false;
+    jpeg_create_decompress(&decoder);
+    jpeg_mem_src(&decoder, reinterpret_cast<const unsigned char*>(jpeg.data()), jpeg.size());
+    jpeg_read_header(&decoder, TRUE);
+    jpeg_start_decompress(&decoder);
+    image.width = static_cast<int>(decoder.output_width);
+    image.height = static_cast<int>(decoder.output_height);
+    image.channels = decoder.output_components;
+    image.pixels.resize(RowLength(image) * decoder.output_height);
+    while (decoder.output_scanline < decoder.output_height) {
+        JSAMPROW row = &image.pixels[RowLength(image) * decoder.output_scanline];
+        jpeg_read_scanlines(&decoder, &row, 1);
+    }
+    jpeg_finish_decompress(&decoder);
+    return true;
+}
+
+// As Read.
 bool Write(jpeg_compress_struct& encoder, ErrorManager& errors, const Image& image, FILE* out) {
     if (setjmp(errors.back) != 0)
         return false;
@@ -109,6 +136,16 @@ Image Turned(const Image& image, int degrees) {
                    image.channels);
     }
     return turned;
+}
+
+bool Decode(const std::string& jpeg, Image& image, std::string& reason) {
+    jpeg_decompress_struct decoder{};
+    ErrorManager errors{};
+    decoder.err = Prepare(errors);
+    const bool decoded = Read(decoder, errors, jpeg, image);
+    jpeg_destroy_decompress(&decoder);
+    reason = errors.message;
+    return decoded;
 }
 
 bool Encode(const Image& image, std::string& jpeg, std::string& reason) {

@@ -46,7 +46,12 @@ bool ReadFile(const std::string& path, std::string& bytes) {
     return file.is_open();
 }
 
-// The bytes of the file whose turn it is.
+bool Turn(std::string& jpeg, int degrees, std::string& reason) {
+    Image image;
+    return Decode(jpeg, image, reason) && Encode(Turned(image, degrees), jpeg, reason);
+}
+
+// The file whose turn it is.  Unturned its bytes stay as they are, so damage and markers too.
 bool ReadGiven(const Shot& shot, std::string& jpeg, std::string& report) {
     const std::vector<std::string> files = FilesOf(shot.source);
     if (files.empty()) {
@@ -58,6 +63,9 @@ bool ReadGiven(const Shot& shot, std::string& jpeg, std::string& report) {
         report = ErrorText(file);
         return false;
     }
+    std::string reason;
+    if (shot.degrees != 0 && !Turn(jpeg, shot.degrees, reason))
+        report = file + " not turned, " + reason + "; ";
     return true;
 }
 

@@ -13,12 +13,14 @@
 //     capture truncate BYTES    write only that many bytes of every picture; -1 ends it
 //     capture empty             write empty files, as truncate 0
 //     capture normal            none of these
+//     picture [PATH]            show other pictures; without a path the test card
 //
 // What the file or FIFO holds already is carried out inside kt_init, before its own result is decided; an
 // event or a state is too early there, and lost.  After that, append to the file.
 //
 // The pictures are a test card of the simulator's own (1920 x 1080, turned by the rotation) or, with
-// XENC_PICTURE, the JPEG file of that name or the files of that directory in turn.
+// XENC_PICTURE, the JPEG file of that name or the files of that directory in turn, turned as well; a damaged
+// one is delivered as it is.
 //
 // Threads: any thread may call these.  Callbacks run on the simulator's own thread, one at a time, and may
 // call everything but kt_uninit, which fails there, and xenc_sim_reset, which then does nothing.
