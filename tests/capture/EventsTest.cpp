@@ -11,12 +11,13 @@ using qz::capture::SignalHandler;
 
 namespace {
 
-// Of the system (s), of the media (m), a signal (x).
+// Of the system (s), of the media (m), a signal (x).  Events go by their name in the log where they have one.
 void Report(Capture& capture, char source, int code) {
     if (source == 'x')
-        capture.OnSignalEvent(code, -1);
-    else
-        EXPECT_TRUE(xenc_sim_control(((source == 's' ? "sys " : "md ") + std::to_string(code)).c_str()));
+        return capture.OnSignalEvent(code, -1);
+    const bool hasName = code >= 1 && code <= 23;
+    const std::string event = hasName ? Capture::CovertStrEvent(code) : std::to_string(code);
+    EXPECT_TRUE(xenc_sim_control(((source == 's' ? "sys " : "md ") + event).c_str()));
 }
 
 TEST(Events, OnlyTheListedCodesEndTheSessionAndOnlyFromTheirOwnSource) {
@@ -31,6 +32,7 @@ TEST(Events, OnlyTheListedCodesEndTheSessionAndOnlyFromTheirOwnSource) {
         EXPECT_EQ(session.capture.Run(), -1); // once per object
     }
     RunningSession session;
+    session.log.Forget();
     for (const char source : {'s', 'm', 'x'}) {
         for (int code = -1; code <= 25; ++code) {
             if (ends.count({source, code}) == 0)
@@ -39,9 +41,39 @@ TEST(Events, OnlyTheListedCodesEndTheSessionAndOnlyFromTheirOwnSource) {
     }
     xenc_sim_flush();
     EXPECT_FALSE(session.Ended(50));
-    for (const char* line : {"DBG SysEvent : EVT_MEDIA_HDMI_UNCONNECTED", "DBG Unused unix signal:2, -1",
-                             "DBG MdEvent : SETUP EVT_BOARD_HW_BTN_SCREENLOCK_CLICKED"})
-        EXPECT_EQ(session.log.Count(line), 1) << line;
+    EXPECT_EQ(session.log.Count("DBG Unused unix signal:2, -1"), 1);
+    for (int code = 1; code <= 23; ++code) {
+        const std::string name = Capture::CovertStrEvent(code);
+        EXPECT_EQ(session.log.Count("DBG SysEvent : " + name), 1 - ends.count({'s', code})) << name;
+        EXPECT_EQ(session.log.Count("DBG MdEvent : " + name), 1 - ends.count({'m', code})) << name;
+    }
+}
+
+TEST(Events, TheSimulatorObeysAControlLineOrSaysWhatIsWrong) {
+    Bench bench;
+    EXPECT_FALSE(xenc_sim_control("md 12"));
+    EXPECT_TRUE(bench.capture.Initialize());
+    EXPECT_EQ(bench.log.Count("DBG LogLevel[5] control: the library is not open in: md 12"), 1);
+    // The line; what its word or its end should be, and which that is; for a right line nothing and what it
+    // causes.
+    const std::tuple<const char*, std::string, std::string> rows[] = {
+        {"state STATE_SETUP", "", "DBG MdState : STATE_SETUP"},
+        {"state 9 1", "", "DBG MdState : UNKNOWN; DBG UNKNOWN STATE : 9"},
+        {"log 5 two  words", "", "DBG LogLevel[5] two  words"},
+        {"md foo", "an event like 12 or EVT_MEDIA_HDMI_UNCONNECTED", "'foo'"},
+        {"state", "a state like 4 or STATE_ENCODING", "the end"},
+        {"sys 8 0 x", "the end", "'x'"},
+        {"fail kt_x", "a function like kt_md_capture", "'kt_x'"},
+        {"capture slow 5s", "a number of milliseconds", "'5s'"},
+        {"film", "sys, md, state, log, fail, capture or picture", "'film'"}};
+    for (const auto& [line, right, seen] : rows) {
+        bench.log.Forget();
+        EXPECT_EQ(xenc_sim_control(line), right.empty());
+        xenc_sim_flush();
+        const std::string wrong =
+            "DBG LogLevel[5] control: expected " + right + " instead of " + seen + " in: " + line;
+        EXPECT_EQ(Joined(bench.log.Messages()), right.empty() ? seen : wrong);
+    }
 }
 
 TEST(Events, NullUsersUnknownCodesAndNoSession) {

@@ -1,6 +1,10 @@
 // The meaning of the control lines.  CarryOut.
 #include "xenc/simulator/Control.h"
 
+#include <algorithm>
+#include <charconv>
+#include <climits>
+#include <iterator>
 #include <sstream>
 
 #include "xenc/simulator/Session.h"
@@ -9,97 +13,158 @@ namespace qz::xenc {
 
 namespace {
 
-bool AtEnd(std::istream& words) {
-    return words.eof() || (words >> std::ws).eof();
+// By code, as the daemon's log shows them, but for the "SETUP " in front of event 4.
+constexpr const char* EVENTS[] = {"UNKNOWN",
+                                  "EVT_MONITOR_CONFIGURATION_CHANGE_DETECT",
+                                  "EVT_MONITOR_CONFIGURATION_CHANGE_COMPLETE",
+                                  "EVT_BOARD_HW_BTN_RECORD_CLICKED",
+                                  "EVT_BOARD_HW_BTN_SCREENLOCK_CLICKED",
+                                  "EVT_BOARD_HW_BTN_BUFFER1_CLICKED",
+                                  "EVT_BOARD_HW_BTN_INIT_CLICKED",
+                                  "EVT_BOARD_HW_BTN_INIT_CLICKED_LONG",
+                                  "EVT_USB_STORAGE_CONNECTED",
+                                  "EVT_AUDIO_AUX_CONNECTED",
+                                  "EVT_AUDIO_AUX_DISCONNECTED",
+                                  "EVT_MEDIA_HDMI_CONNECTED",
+                                  "EVT_MEDIA_HDMI_UNCONNECTED",
+                                  "EVT_MEDIA_HDMI_INACTIVE",
+                                  "EVT_MEDIA_HDMI_HW_WARNING",
+                                  "EVT_MEDIA_HDMI_HW_CONNECTED",
+                                  "EVT_MEDIA_HDMI_HW_UNCONNECTED",
+                                  "EVT_MEDIA_HDMI_CHANGED",
+                                  "EVT_MEDIA_CAPTURE_EXCEPTION",
+                                  "EVT_SYS_TEMPERATURE_WARNING",
+                                  "EVT_SYS_TEMPERATURE_NORMAL",
+                                  "EVT_SYS_TEMPERATURE_EMERGENCY",
+                                  "EVT_SYS_USBMOUNT_CONNECTED",
+                                  "EVT_SYS_USBMOUNT_DISCONNECTED"};
+constexpr const char* STATES[] = {"STATE_ZERO", "STATE_INIT", "STATE_SETUP", "STATE_SETUP_VENC",
+                                  "STATE_ENCODING"};
+
+// A line, read word by word, and the first of its words that is wrong.
+class Line {
+public:
+    explicit Line(const std::string& text) : m_Text(text), m_Words(text) {}
+
+    std::string Word() { // empty at the end
+        std::string word;
+        m_Words >> word;
+        return word;
+    }
+    std::string Rest() {
+        std::string rest;
+        std::getline(m_Words >> std::ws, rest);
+        return rest;
+    }
+    bool AtEnd() { return (m_Words >> std::ws).eof(); }
+
+    int Number(const char* expected, int minimum = INT_MIN) { return ToNumber(Word(), expected, minimum); }
+
+    template <size_t COUNT>
+    int Code(const char* expected, const char* const (&names)[COUNT]) {
+        std::string word = Word();
+        if (word == "SETUP" && !AtEnd()) // a name taken from the log with its prefix
+            word = Word();
+        const auto name = std::find(std::begin(names), std::end(names), word);
+        return name == std::end(names) ? ToNumber(word, expected, INT_MIN)
+                                       : static_cast<int>(name - std::begin(names));
+    }
+
+    void Reject(const std::string& reason) {
+        if (m_Mistake.empty())
+            m_Mistake = reason + " in: " + m_Text;
+    }
+    void Expected(const std::string& what, const std::string& word) {
+        Reject("expected " + what + " instead of " + (word.empty() ? "the end" : "'" + word + "'"));
+    }
+
+    // Whether it may be carried out: every word was right, and none is left.
+    bool IsRight() {
+        if (!AtEnd())
+            Expected("the end", Word());
+        return m_Mistake.empty();
+    }
+    const std::string& Mistake() const { return m_Mistake; }
+
+private:
+    int ToNumber(const std::string& word, const char* expected, int minimum) {
+        int number = 0;
+        const char* const end = word.data() + word.size();
+        const auto result = std::from_chars(word.data(), end, number);
+        if (result.ec != std::errc() || result.ptr != end || number < minimum)
+            Expected(expected, word);
+        return number;
+    }
+
+    const std::string m_Text;
+    std::istringstream m_Words;
+    std::string m_Mistake; // empty: none yet
+};
+
+void Fire(Session& session, Notice::Kind kind, Line& line) {
+    Notice notice{kind, 0, 0, {}};
+    notice.code = kind == Notice::Kind::State
+                      ? line.Code("a state like 4 or STATE_ENCODING", STATES)
+                      : line.Code("an event like 12 or EVT_MEDIA_HDMI_UNCONNECTED", EVENTS);
+    if (!line.AtEnd())
+        notice.param = line.Number("a parameter");
+    if (line.IsRight() && !session.Notify(notice))
+        line.Reject("the library is not open");
 }
 
-// A number and, where the line goes on, a second one.
-bool ReadNumbers(std::istream& words, int& first, int& second) {
-    return words >> first && (AtEnd(words) || words >> second) && AtEnd(words);
+void WriteLog(Session& session, Line& line) {
+    const int level = line.Number("a log level");
+    const std::string text = line.Rest();
+    if (line.IsRight())
+        session.Log(level, text);
 }
 
-bool ReadFail(Session& session, std::istream& words) {
-    std::string function;
-    int count = 1;
-    if (!(words >> function) || !(AtEnd(words) || words >> count) || !AtEnd(words) || count < 0)
-        return false;
-    return session.Calls().PlanFailures(function, count);
+void PlanFailures(CallRecord& calls, Line& line) {
+    const std::string function = line.Word();
+    const int count = line.AtEnd() ? 1 : line.Number("a number of calls", 0);
+    if (line.IsRight() && !calls.PlanFailures(function, count))
+        line.Expected("a function like kt_md_capture", function);
 }
 
-bool ReadCapture(Session& session, std::istream& words) {
-    std::string mode;
-    words >> mode;
-    PictureFaults faults = session.Pictures().Faults();
-    if (mode == "normal")
-        faults = {};
+void SpoilPictures(PictureSource& pictures, Line& line) {
+    PictureFaults faults = pictures.Faults();
+    const std::string mode = line.Word();
+    if (mode == "slow")
+        faults.delay = std::chrono::milliseconds(line.Number("a number of milliseconds", 0));
+    else if (mode == "truncate")
+        faults.keptBytes = line.Number("a number of bytes, -1 for all", -1);
     else if (mode == "empty")
         faults.keptBytes = 0;
-    else if (mode == "slow") {
-        int milliseconds = 0;
-        if (!(words >> milliseconds) || milliseconds < 0)
-            return false;
-        faults.delay = std::chrono::milliseconds(milliseconds);
-    } else if (mode == "truncate") {
-        if (!(words >> faults.keptBytes) || faults.keptBytes < -1)
-            return false;
-    } else
-        return false;
-    if (!AtEnd(words))
-        return false;
-    session.Pictures().SetFaults(faults);
-    return true;
-}
-
-bool ReadLog(Session& session, std::istream& words) {
-    int level = 0;
-    std::string text;
-    if (!(words >> level))
-        return false;
-    std::getline(words >> std::ws, text);
-    session.Log(level, text);
-    return true;
-}
-
-bool ReadPicture(Session& session, std::istream& words) {
-    std::string path;
-    std::getline(words >> std::ws, path);
-    session.Pictures().Choose(path);
-    return true;
-}
-
-bool ReadNotice(Session& session, const std::string& verb, std::istream& words) {
-    Notice notice{};
-    if (verb == "sys")
-        notice.kind = Notice::Kind::SysEvent;
-    else if (verb == "md")
-        notice.kind = Notice::Kind::MdEvent;
-    else if (verb == "state")
-        notice.kind = Notice::Kind::State;
+    else if (mode == "normal")
+        faults = {};
     else
-        return false;
-    if (!ReadNumbers(words, notice.code, notice.param))
-        return false;
-    if (!session.Notify(notice))
-        session.Log(LOG_STEP, "control: the library is not open: " + verb);
-    return true;
+        line.Expected("slow, truncate, empty or normal", mode);
+    if (line.IsRight())
+        pictures.SetFaults(faults);
 }
 
 } // namespace
 
-bool CarryOut(Session& session, const std::string& line) {
-    std::istringstream words(line);
-    std::string verb;
-    if (!(words >> verb))
-        return true; // an empty line asks for nothing
-    if (verb == "fail")
-        return ReadFail(session, words);
-    if (verb == "capture")
-        return ReadCapture(session, words);
-    if (verb == "log")
-        return ReadLog(session, words);
-    if (verb == "picture")
-        return ReadPicture(session, words);
-    return ReadNotice(session, verb, words);
+std::string CarryOut(Session& session, const std::string& text) {
+    Line line(text);
+    const std::string verb = line.Word();
+    if (verb == "sys")
+        Fire(session, Notice::Kind::SysEvent, line);
+    else if (verb == "md")
+        Fire(session, Notice::Kind::MdEvent, line);
+    else if (verb == "state")
+        Fire(session, Notice::Kind::State, line);
+    else if (verb == "log")
+        WriteLog(session, line);
+    else if (verb == "fail")
+        PlanFailures(session.Calls(), line);
+    else if (verb == "capture")
+        SpoilPictures(session.Pictures(), line);
+    else if (verb == "picture")
+        session.Pictures().Choose(line.Rest());
+    else if (!verb.empty()) // an empty line asks for nothing
+        line.Expected("sys, md, state, log, fail, capture or picture", verb);
+    return line.Mistake();
 }
 
 } // namespace qz::xenc

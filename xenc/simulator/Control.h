@@ -6,7 +6,8 @@ namespace qz::xenc {
 
 class Session;
 
-// Carries out a control line; false when it is not understood.
-bool CarryOut(Session& session, const std::string& line);
+// Carries out one control line (docs/simulator.md).  Empty, or what is wrong with the line; it then has no
+// effect.
+std::string CarryOut(Session& session, const std::string& line);
 
 } // namespace qz::xenc

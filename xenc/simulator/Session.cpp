@@ -142,10 +142,10 @@ void Session::ReadEnvironment() {
 }
 
 bool Session::Control(const std::string& line) {
-    const bool understood = CarryOut(*this, line);
-    if (!understood)
-        Log(LOG_STEP, "control: not understood: " + line);
-    return understood;
+    const std::string mistake = CarryOut(*this, line);
+    if (!mistake.empty())
+        Log(LOG_STEP, "control: " + mistake);
+    return mistake.empty();
 }
 
 void Session::Log(int level, const std::string& text) {

@@ -4,9 +4,9 @@
 // operations are available from outside as text lines in the file or FIFO named by the environment variable
 // XENC_CONTROL:
 //
-//     sys CODE [PARAM]          fire a system event
-//     md CODE [PARAM]           fire a media event
-//     state STATE [PARAM]       report an encoder state
+//     sys EVENT [PARAM]         fire a system event, by number or by its name in the log of the daemon
+//     md EVENT [PARAM]          fire a media event
+//     state STATE [PARAM]       report an encoder state, likewise
 //     log LEVEL TEXT            write a library log line
 //     fail FUNCTION [N]         make the next N calls (1) of a function fail
 //     capture slow MS           delay every kt_md_capture; 0 ends it
@@ -27,7 +27,7 @@
 
 extern "C" {
 
-// Carries out one control line as above.  0 when it is not understood.
+// Carries out one control line as above.  0 when it is wrong, which the log of the library then explains.
 int xenc_sim_control(const char* line);
 
 // Returns once every callback queued before has been delivered or, by kt_uninit, dropped; at once in a
