@@ -34,7 +34,6 @@ check_options() {
 }
 check_options "$@"
 
-# shellcheck disable=SC2317  # called by lib.sh
 cleanup() { rm -f "$root/build/$preset/Testing/Temporary"/*.tmp; } # of a ctest that was ended
 
 groups='build test'
