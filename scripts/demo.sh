@@ -35,8 +35,9 @@ for picture in "$@"; do
 done
 [ -n "$out" ] || refuse '--out needs a folder'
 reason=$(mkdir -p -- "$out" 2>&1) || die "${reason#mkdir: }"
-out=$(cd -- "$out" && pwd)
-[ -w "$out" ] || die "the folder $out is not writable for $(id -un)"
+{ [ -w "$out" ] && [ -x "$out" ]; } || die "the folder $out is not writable for $(id -un)"
+out=$(readlink -f -- "$out")
+reason=$("$root/scripts/sandbox.sh" true 2>&1) || die "$reason"
 
 run "$root/scripts/setup.sh" build demo
 
@@ -46,7 +47,6 @@ for picture in "$@"; do
 done
 
 run "$root/scripts/build.sh" release capture
-reason=$("$root/scripts/sandbox.sh" true 2>&1) || die "$reason"
 
 work=$root/build/demo.$$
 cleanup() { rm -rf "$work"; }
