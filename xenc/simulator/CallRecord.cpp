@@ -2,7 +2,9 @@
 #include "xenc/simulator/CallRecord.h"
 
 #include <algorithm>
+#include <chrono>
 #include <iterator>
+#include <thread>
 #include <utility>
 
 namespace qz::xenc {
@@ -53,10 +55,15 @@ bool CallRecord::PlanFailures(const std::string& function, int count) {
 }
 
 bool CallRecord::TakeFailure(const std::string& function) {
-    const std::lock_guard<std::mutex> lock(m_Lock);
+    std::unique_lock<std::mutex> lock(m_Lock);
     const auto failure = m_Failures.find(function);
     if (failure == m_Failures.end() || failure->second == 0)
         return false;
+    if (failure->second == HANG) {
+        lock.unlock();
+        for (;;)
+            std::this_thread::sleep_for(std::chrono::hours(1));
+    }
     --failure->second;
     return true;
 }

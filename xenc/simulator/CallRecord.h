@@ -17,9 +17,11 @@ public:
     // One call per line; the record begins anew.
     std::string Take();
 
-    // The next count calls of the function are to fail.  False when there is no such function.
+    // The next count calls of the function are to fail, or, with HANG, not to return.  False when there is no
+    // such function.
+    static constexpr int HANG = -1;
     bool PlanFailures(const std::string& function, int count);
-    // Whether this call is to fail, which is then one less.
+    // Whether this call is to fail, which is then one less.  Does not return for one that is to hang.
     bool TakeFailure(const std::string& function);
 
     void Reset();

@@ -126,6 +126,13 @@ void PlanFailures(CallRecord& calls, Line& line) {
         line.Expected("a function like kt_md_capture", function);
 }
 
+// The call keeps the session's lock meanwhile, so that later calls hang as well.
+void PlanHang(CallRecord& calls, Line& line) {
+    const std::string function = line.Word();
+    if (line.IsRight() && !calls.PlanFailures(function, CallRecord::HANG))
+        line.Expected("a function like kt_md_stop", function);
+}
+
 void SpoilPictures(PictureSource& pictures, Line& line) {
     PictureFaults faults = pictures.Faults();
     const std::string mode = line.Word();
@@ -158,12 +165,14 @@ std::string CarryOut(Session& session, const std::string& text) {
         WriteLog(session, line);
     else if (verb == "fail")
         PlanFailures(session.Calls(), line);
+    else if (verb == "hang")
+        PlanHang(session.Calls(), line);
     else if (verb == "capture")
         SpoilPictures(session.Pictures(), line);
     else if (verb == "picture")
         session.Pictures().Choose(line.Rest());
     else if (!verb.empty()) // an empty line asks for nothing
-        line.Expected("sys, md, state, log, fail, capture or picture", verb);
+        line.Expected("sys, md, state, log, fail, hang, capture or picture", verb);
     return line.Mistake();
 }
 

@@ -55,7 +55,7 @@ void Delivery::Stop() {
     {
         const std::lock_guard<std::mutex> lock(m_Lock);
         m_Running = false;
-        eventfd_write(m_WakeFd, 1); // cannot fail: the counter is nowhere near its limit
+        Wake();
     }
     if (m_Thread.joinable())
         m_Thread.join();
@@ -72,6 +72,12 @@ bool Delivery::Post(Notice notice) {
     m_Queue.push_back(std::move(notice));
     eventfd_write(m_WakeFd, 1);
     return true;
+}
+
+// Not given up at the first failure: nobody else would wake the thread.
+void Delivery::Wake() {
+    for (int attempt = 0; attempt < 3 && eventfd_write(m_WakeFd, 1) != 0;)
+        ++attempt;
 }
 
 void Delivery::Flush() {

@@ -54,6 +54,7 @@ public:
 
 private:
     void Run(ControlInput& control);
+    void Wake(); // with the lock held
     void Wait(const ControlInput& control) const;
     bool DeliverQueue(); // false: stop
 
