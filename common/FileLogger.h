@@ -127,8 +127,8 @@ private:
     // The level as the statements see it: CONSOLE_LEVEL in console mode, where every tag is written.
     static std::atomic<int> m_Gate;
 
-    int32_t m_MaxFileSize = 1024; // KiB
-    int32_t m_SecondLimit = 24;   // read by no operation
+    int32_t m_MaxFileSize = 1024;                // KiB
+    [[maybe_unused]] int32_t m_SecondLimit = 24; // read by no operation
     int32_t m_MaxFileCount = 10;
     std::atomic<int32_t> m_Level{1};
     bool m_Console = false;

@@ -1,7 +1,7 @@
 #!/bin/sh
 # Installs what this tree needs from Debian's packages, only what is missing.
 #
-#   scripts/setup.sh [GROUP...]        groups: build test demo lint bench coverage sweep (default: build test demo)
+#   scripts/setup.sh [GROUP...]        groups: build test demo lint bench coverage sweep fuzz (default: build test demo)
 set -eu
 . "$(dirname "$(readlink -f "$0")")/lib.sh"
 
@@ -16,7 +16,8 @@ packages_of() {
         bench) echo 'libspdlog-dev' ;;
         coverage) echo 'gcovr' ;;
         sweep) echo 'strace' ;;
-        *) refuse "there is no group '$1'; groups: build test demo lint bench coverage sweep" ;;
+        fuzz) echo 'clang libclang-rt-14-dev|libclang-rt-dev' ;;
+        *) refuse "there is no group '$1'; groups: build test demo lint bench coverage sweep fuzz" ;;
     esac
 }
 
