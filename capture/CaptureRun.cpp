@@ -38,11 +38,11 @@ int Capture::Run() {
         return -1;
     }
     m_Running = true;
-    if (!StartCommandTask()) {
+    if (!StartCommandTask()) { // GCOV_EXCL_START: scripts/sweep.sh lets it fail, here and below
         QZ_LOG(ERR, "command pipe task failed");
         EndSession();
         return -1;
-    }
+    } // GCOV_EXCL_STOP
     QZ_LOG(INF, "Initialize succeed");
 
     // Also when the session has ended by now: whoever ended it fulfils the promise, so the result does not
@@ -63,10 +63,10 @@ bool Capture::StartCommandTask() {
             taskMdCapture();
             ended.set_value();
         }).detach();
-    } catch (const std::system_error&) {
+    } catch (const std::system_error&) { // GCOV_EXCL_START
         m_CommandTask = {};
         return false;
-    }
+    } // GCOV_EXCL_STOP
     return true;
 }
 

@@ -24,6 +24,7 @@ using qz::common::MD_CAPTURE_PATH;
 using qz::common::MD_CAPTURE_TMP_PATH;
 using qz::common::OpenRegularForReading;
 using qz::common::OpenRegularForWriting;
+using qz::common::ReadSome;
 using qz::common::UniqueFd;
 using qz::common::WriteAll;
 
@@ -54,11 +55,9 @@ bool CopyContents(const std::string& src, const std::string& dst) {
         return false;
     char buffer[64 * 1024];
     for (;;) {
-        const ssize_t count = read(in.Get(), buffer, sizeof buffer);
+        const ssize_t count = ReadSome(in.Get(), buffer, sizeof buffer);
         if (count == 0)
             return out.Reset();
-        if (count < 0 && errno == EINTR)
-            continue;
         if (count < 0 || WriteAll(out.Get(), buffer, static_cast<size_t>(count)) < static_cast<size_t>(count))
             return false;
     }

@@ -97,6 +97,7 @@ void Initializer::Cleanup() {
     m_Initialized = false;
 }
 
+// Both are for ends that write no counters; tests/daemon looks at them from outside.  GCOV_EXCL_START
 void Initializer::Release() {
     m_Process.Release();
 }
@@ -108,5 +109,6 @@ void Initializer::Abandon(int status) {
     SignalHandler::yieldToFault();
     _exit(status);
 }
+// GCOV_EXCL_STOP
 
 } // namespace qz::capture

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
@@ -62,9 +61,7 @@ bool AesKey::loadFileContent(std::string path, PacketBuffer& out) {
     if (!out.Resize(std::min(length + 1, PacketBuffer::LIMIT)) || !out.SetLength(length))
         return false;
     for (int done = 0; done < length;) {
-        const ssize_t count = read(file.Get(), out.Data() + done, static_cast<size_t>(length - done));
-        if (count < 0 && errno == EINTR)
-            continue;
+        const ssize_t count = ReadSome(file.Get(), out.Data() + done, static_cast<size_t>(length - done));
         if (count <= 0)
             return false;
         done += static_cast<int>(count);

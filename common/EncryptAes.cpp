@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <vector>
 
 #include "common/FileAccess.h"
@@ -56,9 +55,7 @@ bool EncryptAes::EncryptPieces(int in, int out, int64_t size) const {
     Cipher cipher(*this, ENCRYPT);
     std::vector<char> piece(PIECE + BLOCK);
     for (int64_t left = size; left > 0;) {
-        const ssize_t count = read(in, piece.data(), static_cast<size_t>(std::min<int64_t>(left, PIECE)));
-        if (count < 0 && errno == EINTR)
-            continue;
+        const ssize_t count = ReadSome(in, piece.data(), static_cast<size_t>(std::min<int64_t>(left, PIECE)));
         if (count <= 0)
             return false; // it has become shorter
         const int made = cipher.Update(piece.data(), static_cast<int>(count), piece.data());

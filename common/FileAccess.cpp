@@ -40,6 +40,14 @@ UniqueFd OpenRegularForWriting(const char* path, int flags) {
     return OpenRegular(path, O_WRONLY | O_CREAT | flags);
 }
 
+ssize_t ReadSome(int fd, char* data, size_t size) {
+    ssize_t count = 0;
+    do {
+        count = read(fd, data, size);
+    } while (count < 0 && errno == EINTR);
+    return count;
+}
+
 size_t WriteAll(int fd, const char* data, size_t size) {
     size_t done = 0;
     while (done < size) {

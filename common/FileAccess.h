@@ -26,6 +26,9 @@ struct FileIdentity {
 UniqueFd OpenRegularForReading(const char* path);
 UniqueFd OpenRegularForWriting(const char* path, int flags);
 
+// The next bytes, as read gives them, but not interrupted by a signal.
+ssize_t ReadSome(int fd, char* data, size_t size);
+
 // How many of the bytes were written: all of them, or fewer before an error.
 size_t WriteAll(int fd, const char* data, size_t size);
 

@@ -3,7 +3,6 @@
 
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -60,13 +59,11 @@ bool HashFile(const EVP_MD* kind, const std::string& path, std::string& hex) {
         return false;
     Digest hash(kind);
     std::vector<char> piece(PIECE);
-    for (ssize_t count = 1; count != 0;) {
-        count = read(file.Get(), piece.data(), piece.size());
-        if (count < 0 && errno != EINTR)
-            return false;
-        if (count > 0)
-            hash.Update(piece.data(), static_cast<size_t>(count));
-    }
+    ssize_t count = 0;
+    while ((count = ReadSome(file.Get(), piece.data(), piece.size())) > 0)
+        hash.Update(piece.data(), static_cast<size_t>(count));
+    if (count < 0)
+        return false;
     unsigned char digest[EVP_MAX_MD_SIZE];
     hex = hash.Finish(digest);
     return !hex.empty();

@@ -4,15 +4,24 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <ctime>
+#include <iterator>
+#include <utility>
 
 #include "common/PathConstants.h"
 
 namespace qz::common {
 
 namespace {
+
+constexpr std::pair<mode_t, FileObjectType> FILE_TYPES[] = {
+    {S_IFREG, FileObjectType::REGULAR},       {S_IFDIR, FileObjectType::DIRECTORY},
+    {S_IFLNK, FileObjectType::SYMBOLIC_LINK}, {S_IFCHR, FileObjectType::CHARACTER_DEVICE},
+    {S_IFBLK, FileObjectType::BLOCK_DEVICE},  {S_IFIFO, FileObjectType::FIFO},
+    {S_IFSOCK, FileObjectType::SOCKET}};
 
 // False when there is no working directory, or its path is longer than any.
 bool WorkingDirectory(std::string& path) {
@@ -79,31 +88,9 @@ bool Util::GetFileType(const std::string& path, FileObjectType& type) {
     struct stat status {};
     if (lstat(path.c_str(), &status) != 0)
         return false;
-    switch (status.st_mode & S_IFMT) {
-    case S_IFREG:
-        type = FileObjectType::REGULAR;
-        break;
-    case S_IFDIR:
-        type = FileObjectType::DIRECTORY;
-        break;
-    case S_IFLNK:
-        type = FileObjectType::SYMBOLIC_LINK;
-        break;
-    case S_IFCHR:
-        type = FileObjectType::CHARACTER_DEVICE;
-        break;
-    case S_IFBLK:
-        type = FileObjectType::BLOCK_DEVICE;
-        break;
-    case S_IFIFO:
-        type = FileObjectType::FIFO;
-        break;
-    case S_IFSOCK:
-        type = FileObjectType::SOCKET;
-        break;
-    default:
-        type = FileObjectType::OTHER;
-    }
+    const auto* known = std::find_if(std::begin(FILE_TYPES), std::end(FILE_TYPES),
+                                     [&](const auto& row) { return row.first == (status.st_mode & S_IFMT); });
+    type = known == std::end(FILE_TYPES) ? FileObjectType::OTHER : known->second;
     return true;
 }
 

@@ -78,9 +78,7 @@ int Util::ReadPID(std::string path) {
     std::string text;
     for (size_t total = 0; total < PID_FILE_LIMIT;) {
         char piece[9] = {};
-        const ssize_t count = read(fd.Get(), piece, sizeof piece - 1);
-        if (count < 0 && errno == EINTR)
-            continue;
+        const ssize_t count = ReadSome(fd.Get(), piece, sizeof piece - 1);
         if (count <= 0)
             break;
         total += static_cast<size_t>(count);

@@ -88,6 +88,21 @@ TEST(Commands, WithoutAPipeTheSessionEndsInOrder) {
     endsInOrder(unwatchable, false);
 }
 
+TEST(Commands, APipeThatCannotBeWatchedAnyMoreEndsTheSession) {
+    RunningSession session;
+    std::string pipe;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code gone; // the iterator's own
+        if (std::filesystem::read_symlink(entry, gone) == Appliance::Tmp("capture.fifo"))
+            pipe = entry.path().filename();
+    }
+    ASSERT_EQ(close(std::stoi(pipe)), 0); // behind the task's back
+    Appliance::Command("");               // what it waits for now still comes
+    EXPECT_TRUE(session.Ended(5000));
+    EXPECT_EQ(session.log.Count("ERR FIFO select failed"), 1);
+    EXPECT_EQ(ReadFile(Appliance::Tmp("liveview.gif")), ReadFile(Appliance::Tmp("liveview_failed.jpg")));
+}
+
 TEST(Commands, AHangingConverterIsKilledAndTheLastLiveViewStays) {
     RunningSession session;
     const std::string half = Appliance::Tmp("liveview_tmp.gif");

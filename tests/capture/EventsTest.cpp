@@ -65,7 +65,7 @@ TEST(Events, TheSimulatorObeysAControlLineOrSaysWhatIsWrong) {
         {"sys 8 0 x", "the end", "'x'"},
         {"fail kt_x", "a function like kt_md_capture", "'kt_x'"},
         {"capture slow 5s", "a number of milliseconds", "'5s'"},
-        {"film", "sys, md, state, log, fail, capture or picture", "'film'"}};
+        {"film", "sys, md, state, log, fail, hang, capture or picture", "'film'"}};
     for (const auto& [line, right, seen] : rows) {
         bench.log.Forget();
         EXPECT_EQ(xenc_sim_control(line), right.empty());

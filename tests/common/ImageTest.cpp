@@ -34,6 +34,8 @@ TEST(Image, SizeOrTheLibrarysOwnReason) {
         EXPECT_EQ(Joined(log.Messages()), line);
         log.Forget();
     }
+    int unchanged = 7;
+    EXPECT_TRUE(qz::common::HelperImage::Resizing("/opt/good.jpg", unchanged, unchanged) && unchanged == 7);
     close(descriptor);
     EXPECT_EQ(dup(0), descriptor); // every failure closed its file
 }

@@ -169,6 +169,12 @@ TEST(Encryption, FilesUpToTheLimit) {
     EXPECT_EQ(out.Capacity(), 0); // no plaintext stays
     for (const char* path : {"/opt/empty", "/opt/folder", "/opt/fifo", "/opt/full"})
         EXPECT_FALSE(Util::SaveToEnc(path)) << path;
+    mkdir("/opt/small", 0755);
+    const support::Mount small("/opt/small", "size=64k");
+    WriteFile("/opt/small/text", std::string(40000, 'x')); // its ciphertext does not fit
+    EXPECT_FALSE(Util::SaveToEnc("/opt/small/text") || support::Exists("/opt/small/text.enc"));
+    mkdir("/opt/most.enc.enc", 0755);
+    EXPECT_FALSE(Util::SaveToEnc("/opt/most.enc"));
     WriteFile("/opt/plain", std::string(16, 'x'));
     EXPECT_THROW(Util::SaveToDec("/opt/plain"), std::out_of_range);
     EXPECT_FALSE(Util::SaveToDec("/opt/missing"));

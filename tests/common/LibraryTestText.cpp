@@ -165,6 +165,7 @@ TEST(Characters, TheLocaleDecides) {
 }
 
 TEST(Platform, TimesAndWidths) {
+    EXPECT_TRUE(HelperPlatfrom::IsLittleEndian());
     EXPECT_EQ(HelperPlatfrom::WinFileTimeToUnixTime(116444736000000000), 0);
     EXPECT_EQ(HelperPlatfrom::WinFileTimeToUnixTime(132223104000000000), 1577836800); // 2020-01-01
     EXPECT_EQ(HelperPlatfrom::UnixTimeToWinFileTime(1577836800), 132223104000000000);

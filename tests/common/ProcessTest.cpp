@@ -55,6 +55,10 @@ TEST(Process, OneOwnerAtATimeAndNothingLeftBehind) {
     EXPECT_FALSE(Process("thing").Init(true)); // and lets go of the lock
     rmdir(PID.c_str());
     EXPECT_TRUE(Process("thing").Init(true));
+    static std::atomic<int> told{0};
+    signal(SIGTERM, [](int number) { told = number; });
+    EXPECT_EQ(Process("thing").CurrentKill(), 0);
+    EXPECT_EQ(told, SIGTERM);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), " * already running process:thing\n"
                                                       " * already running process:thing\n"
                                                       "failure to create pid file:/var/run/thing.pid\n"

@@ -145,6 +145,7 @@ TEST(System, Queries) {
     EXPECT_EQ(total, -1);
     ASSERT_TRUE(Util::GetDiskSpace("/opt", total, used, available));
     EXPECT_TRUE(total > 0 && used + available <= total);
+    EXPECT_EQ(Util::GetTimeStr().substr(0, 10) + "\n", Util::PopenCommand("date +%F"));
     const auto then = std::chrono::system_clock::now() - std::chrono::milliseconds(1500);
     const long long difference = Util::GetTimeDiffMilliSec(then);
     EXPECT_TRUE(difference >= 1500 && difference < 11500) << difference;
