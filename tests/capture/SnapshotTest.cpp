@@ -24,13 +24,11 @@ struct Encoding : Bench {
 
 TEST(Snapshot, ScaleOfEveryStep) {
     const std::tuple<int, bool, int, const char*> rows[] = {
-        {1920, false, 50, "4/8"}, {1920, true, 40, "3/8"},  {1280, false, 70, "5/8"},
-        {1280, true, 70, "5/8"},  {800, false, 120, "8/8"}, {800, true, 110, "8/8"},
-        {960, false, 100, "8/8"}, {961, false, 90, "7/8"},  {1200, false, 80, "6/8"},
-        {1600, false, 60, "5/8"}, {2400, false, 40, "3/8"}, {3200, false, 30, "3/8"},
-        {4800, false, 20, "2/8"}, {9600, false, 10, "1/8"}, {9601, false, 0, "8/8"},
-        {10240, true, 10, "1/8"}, {5120, true, 10, "1/8"},  {65500, false, 0, "8/8"},
-        {1, false, 96000, "8/8"}, {1024, true, 90, "7/8"}};
+        {1920, false, 50, "4/8"}, {1920, true, 40, "3/8"},  {1280, false, 70, "5/8"}, {1280, true, 70, "5/8"},
+        {800, false, 120, "8/8"}, {800, true, 110, "8/8"},  {960, false, 100, "8/8"}, {961, false, 90, "7/8"},
+        {1200, false, 80, "6/8"}, {1600, false, 60, "5/8"}, {2400, false, 40, "3/8"}, {3200, false, 30, "3/8"},
+        {4800, false, 20, "2/8"}, {9600, false, 10, "1/8"}, {9601, false, 0, "8/8"},  {10240, true, 10, "1/8"},
+        {5120, true, 10, "1/8"},  {65500, false, 0, "8/8"}, {1, false, 96000, "8/8"}, {1024, true, 90, "7/8"}};
     for (const auto& [longest, vertical, rate, fraction] : rows) {
         for (const Capture::Scale& scale :
              {Capture::ScaleFor(longest, 1, vertical), Capture::ScaleFor(1, longest, vertical)}) {
@@ -81,8 +79,7 @@ TEST(Snapshot, GivenPicturesTakeTurnsAndAreTurned) {
         EXPECT_TRUE(bench.capture.Initialize());
         xenc_sim_control("picture /opt/p");
         EXPECT_TRUE(bench.capture.XEncCapture());
-        Shell("jpegtran " + turns[mode] + " /opt/p/1 | djpeg >/opt/turned; djpeg " + snapshot +
-              " | cmp - /opt/turned");
+        Shell("jpegtran " + turns[mode] + " /opt/p/1 | djpeg >/opt/turned; djpeg " + snapshot + " | cmp - /opt/turned");
         EXPECT_TRUE(bench.capture.XEncCapture()); // of the damaged one
         EXPECT_EQ(ReadFile(snapshot), ReadFile("/opt/p/2"));
         const bool told = Joined(bench.log.Messages()).find("/opt/p/2 not turned") != std::string::npos;
@@ -167,16 +164,15 @@ TEST(CopyFile, OutcomesAndWhatStaysUntouched) {
     const Mount full("/opt/full", "size=64k");
     const std::string done = "INF copy finished: `", failed = "ERR cannot read File";
     // From, to, the line, what is in /opt/old then.
-    const std::array<std::string, 4> rows[] = {
-        {"", "/opt/old", "", "old"},
-        {"/opt/big", "", "", "old"},
-        {"/opt/missing", "/opt/old", "", "old"},
-        {"/opt", "/opt/old", "", "old"},
-        {"/opt/big", "/opt/old", done + "/opt/big` to `/opt/old`", big},
-        {"/opt/empty", "/opt/old", done + "/opt/empty` to `/opt/old`", ""},
-        {"/opt/fifo", "/opt/new", failed, ""},
-        {"/opt/big", "/opt/no/such", failed, ""},
-        {"/opt/big", "/opt/full/copy", failed, ""}};
+    const std::array<std::string, 4> rows[] = {{"", "/opt/old", "", "old"},
+                                               {"/opt/big", "", "", "old"},
+                                               {"/opt/missing", "/opt/old", "", "old"},
+                                               {"/opt", "/opt/old", "", "old"},
+                                               {"/opt/big", "/opt/old", done + "/opt/big` to `/opt/old`", big},
+                                               {"/opt/empty", "/opt/old", done + "/opt/empty` to `/opt/old`", ""},
+                                               {"/opt/fifo", "/opt/new", failed, ""},
+                                               {"/opt/big", "/opt/no/such", failed, ""},
+                                               {"/opt/big", "/opt/full/copy", failed, ""}};
     for (const auto& [from, to, line, content] : rows) {
         SCOPED_TRACE(from + " to " + to);
         EXPECT_EQ(Capture::CopyFileBinary(from, to), line.compare(0, 3, "INF") == 0);

@@ -90,10 +90,9 @@ TEST(Process, HostileFilesAreRefused) {
     ASSERT_EQ(mkfifo(LOCK.c_str(), 0600), 0);
     EXPECT_EQ(Util::FileLock(LOCK), -1); // at once
 
-    const std::pair<const char*, int> rows[] = {
-        {"0", 0},           {"", 0},           {"-1", -1},
-        {"x", 0},           {"17", 17},        {" 17\n", 17},
-        {"99999999999", 0}, {"4294967297", 0}, {"        12345678", 12345678}};
+    const std::pair<const char*, int> rows[] = {{"0", 0},           {"", 0},           {"-1", -1},
+                                                {"x", 0},           {"17", 17},        {" 17\n", 17},
+                                                {"99999999999", 0}, {"4294967297", 0}, {"        12345678", 12345678}};
     for (const auto& [text, pid] : rows) {
         WriteFile(PID, text);
         EXPECT_EQ(Util::ReadPID(PID), pid) << text;
@@ -123,8 +122,7 @@ TEST(Process, AliveMeansThePidAndTheName) {
 
 TEST(Process, KillWaitsAndInsists) {
     Log log;
-    const Child willing("thing"),
-        stubborn("thing", true); // zombies then, as this parent does not collect them
+    const Child willing("thing"), stubborn("thing", true); // zombies then, as this parent does not collect them
     const std::tuple<pid_t, bool, int> rows[] = {
         {0, false, 0}, {willing.pid, true, 1}, {stubborn.pid, true, 6}, {99999, true, 1}};
     for (const auto& [pid, result, seconds] : rows) {

@@ -79,13 +79,13 @@ void Shell(const std::string& command) {
 
 void MakeJpeg(const std::string& path, int width, int height) {
     const std::string size = std::to_string(width) + " " + std::to_string(height);
-    Shell("(echo P5 " + size + " 255; head -c " + std::to_string(width * height) +
-          " /dev/zero) | cjpeg -outfile " + path);
+    Shell("(echo P5 " + size + " 255; head -c " + std::to_string(width * height) + " /dev/zero) | cjpeg -outfile " +
+          path);
 }
 
 std::string GifSize(const std::string& path) {
-    return qz::common::Util::PopenCommand("printf '%s %s x %s' $(head -c 3 " + path +
-                                          ") $(od -An -tu2 -j6 -N4 " + path + ")");
+    return qz::common::Util::PopenCommand("printf '%s %s x %s' $(head -c 3 " + path + ") $(od -An -tu2 -j6 -N4 " +
+                                          path + ")");
 }
 
 bool Eventually(const std::function<bool()>& condition, int milliseconds) {
@@ -146,15 +146,11 @@ std::string LogFile(const std::string& name) {
 }
 
 Texts LogReader::Messages() {
-    std::ifstream in(LogFile(m_Name), std::ios::binary);
-    in.seekg(static_cast<std::streamoff>(m_Read));
-    std::ostringstream out;
-    out << in.rdbuf();
-    const std::string text = out.str();
-    const size_t whole = text.rfind('\n') + 1; // a line may be just being written
-    for (const std::string& message : MessagesOf(text.substr(0, whole)))
+    std::string text = ReadFile(LogFile(m_Name));
+    text.erase(text.rfind('\n') + 1); // a line may be just being written
+    for (const std::string& message : MessagesOf(text.substr(std::min(m_Read, text.size()))))
         m_Messages.push_back(message);
-    m_Read += whole;
+    m_Read = text.size();
     return m_Messages;
 }
 
