@@ -116,7 +116,6 @@ TEST(Events, ManyPartiesEndOneSessionOnce) {
         OnFourThreads([&capture](int party) {
             for (int i = 0; i < 200; ++i) {
                 Capture::onXEncSysEvent(party % 2 ? 3 : 8, 0, &capture);
-                Capture::onXEncMdEvent(party % 2 ? 17 : 13, 0, &capture);
                 Capture::onXEncMdState(i % 6, 0, &capture);
                 std::this_thread::sleep_for(std::chrono::microseconds(100));
             }

@@ -16,7 +16,6 @@ struct Encoding : Bench {
     Encoding(int width, int height) : Bench(4) {
         MakeJpeg("/opt/picture.jpg", width, height);
         setenv("XENC_PICTURE", "/opt/picture.jpg", 1);
-        Config::instance()->SetScreenMode(0);
         EXPECT_TRUE(capture.Initialize());
         log.Forget();
     }
@@ -52,8 +51,7 @@ TEST(Snapshot, PublishesThePictureAndItsScaledLiveView) {
         EXPECT_EQ(Joined(bench.log.Messages()), expected);
         EXPECT_EQ(ReadFile(Appliance::Tmp("md_capture.jpg")), ReadFile("/opt/picture.jpg"));
         EXPECT_EQ(GifSize(Appliance::Tmp("liveview.gif")), size);
-        EXPECT_FALSE(Exists(Appliance::Tmp("md_capture_tmp.jpg")));
-        EXPECT_FALSE(Exists(Appliance::Tmp("liveview_tmp.gif")));
+        EXPECT_FALSE(Exists(Appliance::Tmp("md_capture_tmp.jpg")) || Exists(Appliance::Tmp("liveview_tmp.gif")));
         bench.capture.OnXEncMdState(STATE_SETUP_VENC, 0);
         EXPECT_FALSE(bench.capture.XEncCapture());
         EXPECT_EQ(Joined(bench.log.Messages()), expected); // refused without a line
@@ -65,11 +63,8 @@ TEST(Snapshot, PublishesThePictureAndItsScaledLiveView) {
 
 // jpegtran knows what a rotation is.  Flat blocks survive being encoded again.
 TEST(Snapshot, GivenPicturesTakeTurnsAndAreTurned) {
-    std::string picture = "P5 32 16 255\n"; // white in its upper left quarter
-    for (int row = 0; row < 8; ++row)
-        picture += std::string(16, '\xff') + std::string(16, '\0');
-    WriteFile("/opt/quarter.pgm", picture + std::string(8 * 32, '\0'));
-    Shell("mkdir -p /opt/p && cjpeg -outfile /opt/p/1 /opt/quarter.pgm && head -c -9 /opt/p/1 >/opt/p/2");
+    WriteFile("/opt/half.pgm", "P5 16 16 255\n" + std::string(8 * 16, '\xff') + std::string(8 * 16, '\0'));
+    Shell("mkdir -p /opt/p && cjpeg -outfile /opt/p/1 /opt/half.pgm && head -c -9 /opt/p/1 >/opt/p/2");
     const std::string snapshot = Appliance::Tmp("md_capture.jpg");
     const std::string turns[] = {"-copy none", "-rotate 90", "-rotate 180", "-rotate 270"};
     for (int mode = 0; mode < 4; ++mode) {

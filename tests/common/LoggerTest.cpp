@@ -14,8 +14,7 @@
 using namespace qz::common;
 using namespace support;
 
-class Talker {
-public:
+struct Talker {
     template <typename T>
     static void Say(T piece) {
         QZ_LOG(INF, piece);
@@ -33,12 +32,10 @@ namespace {
 const std::string DIRECTORY = Appliance::LOG_DIRECTORY;
 
 // Keeps what the pool does with its items.  The worker stays in the first one until released.
-class Recorder : public IExecutor {
-public:
+struct Recorder : IExecutor {
     void OnExecute(void* item) override {
         executed.push_back(item);
-        blocked = true;
-        while (!release)
+        for (blocked = true; !release;)
             std::this_thread::yield();
     }
     void OnDeletor(void* item) override { deleted.push_back(item); }
@@ -53,14 +50,13 @@ TEST(Pool, AdmitsLimitPlusOneAndHandsTheRestToTheDeletor) {
     std::thread releaser;
     {
         ThreadPool pool(&recorder, 1, 1);
-        EXPECT_FALSE(pool.Enqueue(nullptr));
-        EXPECT_TRUE(pool.Enqueue(&items[0]));
+        EXPECT_TRUE(pool.WorkerCount() == 1 && pool.Idle());
+        EXPECT_TRUE(!pool.Enqueue(nullptr) && pool.Enqueue(&items[0]));
         ASSERT_TRUE(Eventually([&] { return recorder.blocked.load(); }));
-        EXPECT_TRUE(pool.Enqueue(&items[1]));
-        EXPECT_TRUE(pool.Enqueue(&items[2]));
+        EXPECT_FALSE(pool.Idle()); // the queue is empty, the item is in work
+        EXPECT_TRUE(pool.Enqueue(&items[1]) && pool.Enqueue(&items[2]));
         EXPECT_FALSE(pool.Enqueue(&items[3]));
         EXPECT_EQ(pool.Pending(), 2);
-        EXPECT_EQ(pool.WorkerCount(), 1U);
         releaser = std::thread([&] {
             std::this_thread::sleep_for(std::chrono::milliseconds(50)); // the destructor has long begun
             recorder.release = true;
@@ -69,23 +65,14 @@ TEST(Pool, AdmitsLimitPlusOneAndHandsTheRestToTheDeletor) {
     releaser.join();
     EXPECT_EQ(recorder.executed, std::vector<void*>({&items[0]}));
     EXPECT_EQ(recorder.deleted, std::vector<void*>({&items[1], &items[2]}));
-
-    recorder.blocked = recorder.release = false;
-    ThreadPool pool(&recorder, 1, 1);
-    EXPECT_TRUE(pool.Enqueue(&items[3]));
-    ASSERT_TRUE(Eventually([&] { return recorder.blocked.load(); }));
-    EXPECT_FALSE(pool.Idle()); // the queue is empty, the item is in work
-    recorder.release = true;
-    EXPECT_TRUE(Eventually([&] { return pool.Idle(); }));
 }
 
 TEST(Threads, BoundedJoinAlwaysJoins) {
-    std::thread quick([] {});
-    EXPECT_EQ(Util::WaitForJoin(&quick, 3000), 0);
-    EXPECT_EQ(Util::WaitForJoin(&quick, 3000), 2);
-    EXPECT_EQ(Util::WaitForJoin(nullptr, 1), 2);
-    std::thread slow([] { std::this_thread::sleep_for(std::chrono::milliseconds(100)); });
-    EXPECT_EQ(Util::WaitForJoin(&slow, 1), 1);
+    std::thread quick([] {}), slow([] { std::this_thread::sleep_for(std::chrono::milliseconds(100)); });
+    const std::tuple<std::thread*, int, int> rows[] = {
+        {&quick, 3000, 0}, {&quick, 3000, 2}, {nullptr, 1, 2}, {&slow, 1, 1}};
+    for (const auto& [thread, milliseconds, result] : rows)
+        EXPECT_EQ(Util::WaitForJoin(thread, milliseconds), result);
     EXPECT_FALSE(slow.joinable());
 }
 
@@ -93,12 +80,10 @@ TEST(Logger, LineFormat) {
     Log log(4);
     Talker::Say(42);
     log.Messages();
-    std::string line = ReadFile(LogFile()).substr(0, 100);
+    std::string line = ReadFile(LogFile());
     std::replace_if(line.begin(), line.begin() + 23, isdigit, '9');
-    const std::string expected =
-        "9999-99-99 99:99:99.999||INF|NA|[" + std::to_string(getpid()) + "][Talker::Say] 42 [L:";
-    EXPECT_EQ(line.substr(0, expected.size()), expected);
-
+    const std::string pid = std::to_string(getpid());
+    EXPECT_EQ(line.substr(0, line.find("L:")), "9999-99-99 99:99:99.999||INF|NA|[" + pid + "][Talker::Say] 42 [");
     EXPECT_EQ(className("bool ns::Config::Get(const string&, int (*)(int))"), "ns::Config::Get");
     EXPECT_EQ(className("main()"), "main");
     EXPECT_EQ(className("no bracket"), "::");
@@ -221,9 +206,8 @@ TEST(Logger, LinesComeBackAfterAMissingDirectoryAndAFullDisk) {
     EXPECT_EQ(ReadFile(LogFile()).back(), '\n');
     unlink((DIRECTORY + "/fill").c_str());
     EXPECT_TRUE(arrives("space is back"));
-    std::istringstream lines(ReadFile(LogFile())); // none of them the beginning of one and the rest of another
-    for (std::string line; std::getline(lines, line);)
-        EXPECT_TRUE(!line.empty() && line.find("INF") == line.rfind("INF") && line.back() == ']') << line;
+    // No line is the beginning of one and the rest of another.
+    EXPECT_EQ(Util::PopenCommand("grep -vEn '^[^[]*INF[^I]*]$' " + LogFile()), "");
     delete logger;
 }
 
