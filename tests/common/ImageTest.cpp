@@ -12,16 +12,15 @@ TEST(Image, SizeOrTheLibrarysOwnReason) {
     WriteFile("/opt/cut.jpg", good.substr(0, 30));
     WriteFile("/opt/headless.jpg", good.substr(0, 2) + "\xFF\xD9");
     WriteFile("/opt/nobody.jpg", good.substr(0, good.size() / 2));
-    const std::pair<const char*, const char*> rows[] = {
-        {"/opt/good.jpg", ""},
-        {"/opt/nobody.jpg", ""}, // only the picture is cut
-        {nullptr, ""},
-        {"/opt/missing.jpg", "ERR /opt/missing.jpg Open Error"},
-        {"/opt/empty.jpg", "ERR Empty input file"},
-        {"/opt", "ERR Empty input file"},
-        {"/opt/text.jpg", "ERR Not a JPEG file: starts with 0x68 0x65"},
-        {"/opt/headless.jpg", "ERR JPEG datastream contains no image"},
-        {"/opt/cut.jpg", "ERR JPEG datastream contains no image"}};
+    const std::pair<const char*, const char*> rows[] = {{"/opt/good.jpg", ""},
+                                                        {"/opt/nobody.jpg", ""}, // only the picture is cut
+                                                        {nullptr, ""},
+                                                        {"/opt/missing.jpg", "ERR /opt/missing.jpg Open Error"},
+                                                        {"/opt/empty.jpg", "ERR Empty input file"},
+                                                        {"/opt", "ERR Empty input file"},
+                                                        {"/opt/text.jpg", "ERR Not a JPEG file: starts with 0x68 0x65"},
+                                                        {"/opt/headless.jpg", "ERR JPEG datastream contains no image"},
+                                                        {"/opt/cut.jpg", "ERR JPEG datastream contains no image"}};
     Log log;
     const int descriptor = dup(0);
     for (const auto& [path, line] : rows) {

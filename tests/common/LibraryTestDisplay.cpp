@@ -1,24 +1,11 @@
-// Display discovery with real processes and environments, and stand-ins for who, ps and xhost first on the
-// PATH.
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <csignal>
-#include <cstdlib>
-
-#include <gtest/gtest.h>
-
+// Display discovery with a real process and its environment, and stand-ins for who, ps and xhost first on the PATH.
 #include "common/Util.h"
 #include "tests/support/Support.h"
 
+using namespace support;
 using qz::common::Util;
-using support::Log;
-using support::WriteFile;
 
 namespace {
-
-using Texts = std::vector<std::string>;
 
 void StandIn(const std::string& name, const std::string& script) {
     WriteFile("/opt/" + name, "#!/bin/sh\n" + script + "\n");
@@ -26,82 +13,62 @@ void StandIn(const std::string& name, const std::string& script) {
 }
 
 // A process of a desktop user; the stand-ins name it, and only it.
-class Display : public testing::Test {
-protected:
+struct Display : testing::Test {
     Display() {
-        m_User = fork();
-        if (m_User == 0) {
-            const char* const environment[] = {"A=1", "DISPLAY=:7", "XAUTHORITY=/home/u/.Xauthority",
-                                               nullptr};
-            execle("/bin/sleep", "sleep", "60", nullptr, environment);
-            _exit(1);
-        }
-        support::Eventually([this] {
-            return support::ReadFile("/proc/" + std::to_string(m_User) + "/environ")
-                       .compare(0, 4, std::string("A=1\0", 4)) == 0;
-        });
+        Shell("env -i DISPLAY=:7 XAUTHORITY=/home/u/.Xauthority sleep 60 & echo $! >/opt/user; "
+              "until grep -q sleep /proc/$!/comm; do sleep 0.01; done");
         setenv("PATH", ("/opt:" + std::string(getenv("PATH"))).c_str(), 1);
         unsetenv("DISPLAY"); // the developer's
         unsetenv("XAUTHORITY");
         StandIn("who", "echo 'root tty7'; echo 'root pts/1'; echo 'nobody pts/2'");
         StandIn("ps",
-                "case \"$1\" in -ef) echo 'root 1 /usr/lib/Xorg :7 -auth /run/x/auth -nolisten' ;; *) echo " +
-                    std::to_string(m_User) + " ;; esac");
-        StandIn("xhost", "echo \"$@ $DISPLAY $XAUTHORITY\" >> /opt/xhost.log; echo allowed");
+                "[ \"$1\" != -ef ] || exec echo 'root 1 /usr/lib/Xorg :7 -auth /run/x/auth -nolisten'; cat /opt/user");
+        StandIn("xhost",
+                "echo \"$@ $DISPLAY $XAUTHORITY\" >>/opt/xhost.log; [ $XAUTHORITY != refused ] && echo allowed");
     }
-    ~Display() override {
-        kill(m_User, SIGKILL);
-        waitpid(m_User, nullptr, 0);
-    }
-    Log m_Log;
-    pid_t m_User;
+    ~Display() override { Shell("kill $(cat /opt/user)"); }
+    Log log;
 };
 
-TEST_F(Display, FindsTheUsersEntries) {
+TEST_F(Display, FindsTheUsersEntriesAndAllowsRoot) {
     EXPECT_EQ(Util::GetEnvironmentWho("DISPLAY=:"), ":7");
     EXPECT_EQ(Util::GetEnvironmentPs("XAUTHORITY="), "/home/u/.Xauthority");
     EXPECT_EQ(Util::GetEnvironmentWho("NONE="), "");
     EXPECT_EQ(Util::GetProcessXauth(), "/run/x/auth");
-    EXPECT_TRUE(Util::SetEnvironmentWhoX());
-    EXPECT_TRUE(Util::SetEnvironmentPsX());
-    EXPECT_EQ(support::ReadFile("/opt/xhost.log"), "+ si:localuser:root :7 /home/u/.Xauthority\n"
-                                                   "+ si:localuser:root :7 /run/x/auth\n");
-    EXPECT_EQ(m_Log.Messages(),
-              Texts({"DBG setenv : DISPLAY=:7", "DBG setenv : XAUTHORITY=/home/u/.Xauthority",
-                     "DBG setenv : DISPLAY=:7", "DBG setenv : XAUTHORITY=/run/x/auth"}));
-}
-
-TEST_F(Display, NobodyLoggedIn) {
-    StandIn("who", "true");
-    StandIn("ps", "true");
+    EXPECT_TRUE(Util::SetEnvironmentWhoX() && Util::SetEnvironmentPsX());
+    EXPECT_EQ(ReadFile("/opt/xhost.log"), "+ si:localuser:root :7 /home/u/.Xauthority\n"
+                                          "+ si:localuser:root :7 /run/x/auth\n");
+    EXPECT_EQ(Joined(log.Messages()), "DBG setenv : DISPLAY=:7; DBG setenv : XAUTHORITY=/home/u/.Xauthority; "
+                                      "DBG setenv : DISPLAY=:7; DBG setenv : XAUTHORITY=/run/x/auth");
+    StandIn("who", "true"); // nobody is logged in
+    unsetenv("DISPLAY");
     EXPECT_FALSE(Util::SetEnvironmentWhoX());
-    EXPECT_EQ(getenv("DISPLAY"), nullptr);
+    StandIn("ps", "true");
     EXPECT_TRUE(Util::SetEnvironmentPsX()); // no display is no failure here
-    EXPECT_EQ(getenv("XAUTHORITY"), nullptr);
-    StandIn("xhost", "true");
+    EXPECT_EQ(getenv("DISPLAY"), nullptr);
+    setenv("XAUTHORITY", "refused", 1);
     EXPECT_FALSE(Util::SetEnvironmentPsX());
 }
 
 TEST_F(Display, TheNewestSocketAndASecondAttempt) {
-    const support::Mount temporary("/tmp");
-    mkdir("/tmp/.X11-unix", 0755);
-    support::Shell("touch -d '1 hour ago' /tmp/.X11-unix/X3; touch /tmp/.X11-unix/X12");
-    StandIn("xhost",
-            "echo \"$DISPLAY $XAUTHORITY\" >> /opt/xhost.log; [ $XAUTHORITY = /run/x/auth ] && echo allowed");
+    const Mount temporary("/tmp");
+    Shell("mkdir /tmp/.X11-unix; touch -d '1 hour ago' /tmp/.X11-unix/X3; touch /tmp/.X11-unix/X12");
+    StandIn("xhost", "echo \"$DISPLAY $XAUTHORITY\" >>/opt/xhost.log; [ $XAUTHORITY = /run/x/auth ] && echo allowed");
     EXPECT_TRUE(Util::SetEnvironmentX());
-    EXPECT_EQ(support::ReadFile("/opt/xhost.log"), ":12 /home/u/.Xauthority\n:12 /run/x/auth\n");
-    support::Shell("rm -r /tmp/.X11-unix");
+    EXPECT_EQ(ReadFile("/opt/xhost.log"), ":12 /home/u/.Xauthority\n:12 /run/x/auth\n");
+    Shell("rm -r /tmp/.X11-unix");
     EXPECT_TRUE(Util::SetEnvironmentX());
     EXPECT_STREQ(getenv("DISPLAY"), ":"); // a lone colon without a socket
 }
 
-TEST_F(Display, TheDisplayManagersAuthorityFile) {
-    const support::Mount settings("/etc");
+TEST(Authority, OfTheDisplayManager) {
+    const Mount settings("/etc");
     EXPECT_EQ(Util::GetDefaultXAuthPath(), "/var/gdm/:0.Xauth");
-    support::Shell("mkdir /etc/X11; echo /usr/sbin/lightdm > /etc/X11/default-display-manager");
+    std::filesystem::create_directory("/etc/X11");
+    WriteFile("/etc/X11/default-display-manager", "/usr/sbin/gdm3");
+    EXPECT_EQ(Util::GetDefaultXAuthPath(), "/var/gdm/:0.Xauth");
+    WriteFile("/etc/X11/default-display-manager", "/usr/sbin/lightdm");
     EXPECT_EQ(Util::GetDefaultXAuthPath(), "/var/lib/lightdm/.Xauthority");
-    support::Shell("echo /usr/sbin/gdm3 > /etc/X11/default-display-manager");
-    EXPECT_EQ(Util::GetDefaultXAuthPath(), "/var/gdm/:0.Xauth");
 }
 
 } // namespace
