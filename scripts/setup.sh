@@ -9,7 +9,7 @@ set -eu
 # missing.
 packages_of() {
     case $1 in
-        build) echo 'g++ cmake ninja-build libjpeg-dev|libjpeg62-turbo-dev libssl-dev' ;;
+        build) echo 'g++ cmake ninja-build libjpeg-dev|libjpeg62-turbo-dev libssl-dev libcli11-dev' ;;
         test) echo 'libgtest-dev libjpeg-turbo-progs openssl' ;;
         demo) echo 'libjpeg-turbo-progs' ;;
         lint) echo 'clang-format clang-tidy shellcheck' ;;

@@ -1,0 +1,312 @@
+// Requests and their outcomes.  Tested in tests/control/ControlTest.cpp.
+#include "control/Commands.h"
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <iostream>
+#include <iterator>
+#include <optional>
+
+#include "common/Constants.h"
+#include "common/Process.h"
+#include "control/ChangeWatch.h"
+#include "control/CommandPipe.h"
+#include "control/Instance.h"
+#include "control/LogReader.h"
+#include "control/Pictures.h"
+
+namespace qz::control {
+
+namespace {
+
+bool Begins(const std::string& text, const std::string& start) {
+    return text.compare(0, start.size(), start) == 0;
+}
+
+// A running daemon and what it logs from now on.
+class Conversation {
+public:
+    explicit Conversation(std::chrono::milliseconds timeout)
+        : m_Deadline(timeout), m_Instance(Instance::Look()), m_Log(LogDirectory(), DAEMON_NAME),
+          m_Watch({LogDirectory(), qz::common::TMP_DIR}) {
+        m_Log.SeekToEnd();
+    }
+
+    const Deadline& Limit() const { return m_Deadline; }
+    const Instance& Daemon() const { return m_Instance; }
+    LogReader& Log() { return m_Log; }
+
+    void RequireRunning() const {
+        if (!m_Instance.Running())
+            throw Failure{NO_DAEMON, "not running", "the daemon is not running"};
+    }
+
+    // Hands the daemon's records to the function until that has seen enough.  Throws a Failure when the
+    // daemon ends before, or the time is up.
+    void Until(const std::function<bool(const LogRecord&)>& enough) {
+        for (;;) {
+            const bool gone = !Alive(); // looked at before the log: what it wrote last is read then
+            while (const std::optional<LogRecord> record = m_Log.Next()) {
+                if (record->pid != m_Instance.pid)
+                    continue;
+                if (record->level == "ERR")
+                    m_LastError = record->message;
+                if (enough(*record))
+                    return;
+            }
+            if (gone)
+                throw Failure{NO_DAEMON, "ended",
+                              "the daemon ended meanwhile" + (m_LastError.empty() ? "" : ": " + m_LastError)};
+            if (m_Deadline.Passed())
+                throw Failure{TIMED_OUT, "timed out", "no answer within the time given"};
+            m_Watch.Wait(m_Deadline);
+        }
+    }
+
+    // Waits until the process has gone and somebody else may start.
+    void UntilGone() {
+        while (Alive()) {
+            if (m_Deadline.Passed())
+                throw Failure{TIMED_OUT, "timed out", "the daemon is still there"};
+            m_Watch.Wait(m_Deadline);
+        }
+    }
+
+private:
+    bool Alive() const {
+        const Instance now = Instance::Look();
+        return now.pid == m_Instance.pid && now.alive;
+    }
+
+    const Deadline m_Deadline;
+    const Instance m_Instance;
+    LogReader m_Log;
+    ChangeWatch m_Watch;
+    std::string m_LastError;
+};
+
+void AddPicture(Report& report, const std::string& name, const Picture& picture) {
+    char age[32];
+    snprintf(age, sizeof age, "%.1f s old", picture.age);
+    report.Line(picture.path + ", " + picture.kind + ", " + std::to_string(picture.size) + " bytes, " + age +
+                (picture.failure ? ", the failure picture" : ""));
+    report.Text(name, picture.path);
+    report.Number(name + "_bytes", static_cast<double>(picture.size));
+    report.Number(name + "_age", picture.age);
+    report.Flag(name + "_failed", picture.failure);
+}
+
+// What the daemon makes of one "capture_run".
+class SnapshotOutcome {
+public:
+    explicit SnapshotOutcome(const timespec& asked) : m_Asked(asked) {}
+
+    // Whether the outcome is known with this record.  Another writer's earlier request may still be answered
+    // before ours: its picture is older than our asking.
+    bool Take(const LogRecord& record) {
+        const std::string& message = record.message;
+        if (message == "kt_md_capture success") {
+            m_Taken = Picture::Snapshot().NotBefore(m_Asked);
+        } else if (message == "kt_md_capture failed" || message == "Capture not initialized") {
+            m_Error = message;
+        } else if (m_Taken && (Begins(message, "Resize complete.") || Begins(message, "GetSize failed."))) {
+            m_Note = record.level == "ERR" ? message : "";
+            return true;
+        } else if (Begins(message, "copy finished: `" + qz::common::LIVEVIEW_FAILED_PATH + "` to `" +
+                                       qz::common::LIVEVIEW_PATH)) {
+            throw Failure{PICTURE_FAILED, "picture failed",
+                          "no picture: " + (m_Error.empty() ? "the encoder is not encoding" : m_Error)};
+        }
+        return false;
+    }
+
+    Report Tell() const {
+        Report report;
+        const Picture snapshot = Picture::Snapshot();
+        if (!snapshot.NotBefore(m_Asked) || snapshot.failure)
+            throw Failure{PICTURE_FAILED, "replaced",
+                          "the picture was replaced by the failure picture meanwhile"};
+        AddPicture(report, "snapshot", snapshot);
+        const Picture liveView = Picture::LiveView();
+        const bool fresh = liveView.NotBefore(m_Asked) && liveView.kind == "GIF";
+        report.Flag("live_view_fresh", fresh);
+        if (fresh)
+            AddPicture(report, "live_view", liveView);
+        else
+            report.Line("no new live view: " +
+                        (m_Note.empty() ? "the decoder djpeg is missing or failed" : m_Note));
+        return report;
+    }
+
+private:
+    const timespec m_Asked;
+    bool m_Taken = false;
+    std::string m_Error;
+    std::string m_Note; // why there is no live view
+};
+
+Report Gone(const Conversation& conversation) {
+    Report report;
+    report.Line("the daemon (pid " + std::to_string(conversation.Daemon().pid) + ") has ended");
+    report.Number("pid", conversation.Daemon().pid);
+    return report;
+}
+
+// The last record of the kind, in the last file of the log.
+struct LastLines {
+    std::string terminated; // its time
+    std::string error;      // the last one before that
+};
+
+LastLines ReadLastLines() {
+    LastLines last;
+    LogReader log(LogDirectory(), DAEMON_NAME);
+    log.SeekToLastFile();
+    std::string error;
+    while (const std::optional<LogRecord> record = log.Next()) {
+        if (record->level == "ERR" && !Begins(record->message, " * read system configuration"))
+            error = record->message;
+        if (record->message.find("CAPTURE [Ready]") != std::string::npos)
+            error.clear();
+        if (record->message.find("CAPTURE [Terminated]") != std::string::npos)
+            last = {record->time, error};
+    }
+    return last;
+}
+
+constexpr const char* LEVELS[] = {"ERR", "WRN", "INF", "DBG"};
+constexpr const char* COLOURS[] = {"\033[31m", "\033[33m", "", "\033[2m"};
+
+// Place in LEVELS; behind its end for any other text.
+size_t Rank(const std::string& level) {
+    return static_cast<size_t>(std::find(std::begin(LEVELS), std::end(LEVELS), level) - std::begin(LEVELS));
+}
+
+void PrintRecord(const LogRecord& record, bool colours) {
+    const size_t rank = Rank(record.level);
+    const std::string mark = record.level.empty() ? "?? " : ""; // not of the log's shape
+    const std::string colour = colours && rank < std::size(COLOURS) ? COLOURS[rank] : "";
+    std::cout << colour << mark << record.text << (colour.empty() ? "" : "\033[0m") << '\n';
+}
+
+} // namespace
+
+Report TakeSnapshot(std::chrono::milliseconds timeout, const std::string& output,
+                    const std::string& liveView) {
+    const Deadline deadline(timeout);
+    const ClientLock alone(deadline);
+    CommandPipe pipe;
+    Conversation conversation(deadline.Left());
+    conversation.RequireRunning();
+    SnapshotOutcome outcome(FileSystemNow());
+    pipe.Send("capture_run", deadline);
+    conversation.Until([&](const LogRecord& record) { return outcome.Take(record); });
+    Report report = outcome.Tell();
+    if (!output.empty())
+        CopyPicture(Picture::Snapshot(), output);
+    if (!liveView.empty())
+        CopyPicture(Picture::LiveView(), liveView);
+    return report;
+}
+
+Report Rotate(std::chrono::milliseconds timeout, int degrees) {
+    const Deadline deadline(timeout);
+    const ClientLock alone(deadline);
+    CommandPipe pipe;
+    Conversation conversation(deadline.Left());
+    conversation.RequireRunning();
+    const std::string mode = std::to_string(degrees / 90);
+    pipe.Send("screenMode" + mode, deadline);
+    conversation.Until([&](const LogRecord& record) {
+        if (record.message == "ScreenModeChange failed: " + mode)
+            throw Failure{PICTURE_FAILED, "rotation failed", "the encoder could not be re-opened turned"};
+        return record.message == "ScreenModeChange success: " + mode;
+    });
+    Report report;
+    report.Line("turned by " + std::to_string(degrees) + " degrees");
+    report.Number("rotation", degrees);
+    return report;
+}
+
+Report End(std::chrono::milliseconds timeout) {
+    const Deadline deadline(timeout);
+    const ClientLock alone(deadline);
+    CommandPipe pipe;
+    Conversation conversation(deadline.Left());
+    conversation.RequireRunning();
+    pipe.Send("capture_end", deadline);
+    conversation.UntilGone();
+    return Gone(conversation);
+}
+
+Report Stop(std::chrono::milliseconds timeout) {
+    Conversation conversation(timeout);
+    conversation.RequireRunning(); // so the pid is the daemon's, and the lock says that it is this one
+    if (kill(conversation.Daemon().pid, SIGTERM) != 0)
+        throw Failure{errno == EPERM ? NO_PERMISSION : NO_DAEMON, "no permission", strerror(errno)};
+    conversation.UntilGone();
+    return Gone(conversation);
+}
+
+Report ShowStatus() {
+    Report report;
+    const Instance daemon = Instance::Look();
+    report.status = daemon.Running() ? SUCCESS : NO_DAEMON;
+    report.Flag("running", daemon.Running());
+    report.Number("pid", daemon.pid);
+    report.Line(daemon.Running() ? "running, pid " + std::to_string(daemon.pid) : "not running");
+    if (!daemon.Running() && daemon.pid != 0)
+        report.Line("a pid file of a daemon that has gone names " + std::to_string(daemon.pid));
+    for (const Picture& picture : {Picture::Snapshot(), Picture::LiveView()}) {
+        if (picture.there)
+            AddPicture(report, picture.path == qz::common::LIVEVIEW_PATH ? "live_view" : "snapshot", picture);
+    }
+    const LastLines last = ReadLastLines();
+    if (!last.terminated.empty())
+        report.Line("last end: " + last.terminated + (last.error.empty() ? "" : ", " + last.error));
+    report.Text("last_end", last.terminated);
+    report.Text("last_error", last.error);
+    return report;
+}
+
+Report WaitReady(std::chrono::milliseconds timeout) {
+    const Deadline deadline(timeout);
+    ChangeWatch watch({LogDirectory(), qz::common::PID_DIR});
+    Instance daemon;
+    while (!(daemon = Instance::Look()).Running()) {
+        if (deadline.Passed())
+            throw Failure{NO_DAEMON, "not running", "the daemon is not running"};
+        watch.Wait(deadline);
+    }
+    Conversation conversation(deadline.Left());
+    conversation.Log().SeekToLastFile();
+    conversation.Until([](const LogRecord& record) { return record.message == "Initialize succeed"; });
+    Report report;
+    report.Line("ready, pid " + std::to_string(daemon.pid));
+    report.Number("pid", daemon.pid);
+    return report;
+}
+
+void PrintLog(bool follow, const std::string& level, const std::string& text) {
+    const bool colours = isatty(STDOUT_FILENO) && !getenv("NO_COLOR");
+    LogReader log(LogDirectory(), DAEMON_NAME);
+    ChangeWatch watch({LogDirectory()});
+    for (;;) {
+        while (const std::optional<LogRecord> record = log.Next()) {
+            const bool low = !record->level.empty() && Rank(record->level) > Rank(level);
+            if (!low && record->text.find(text) != std::string::npos)
+                PrintRecord(*record, colours);
+        }
+        std::cout.flush();
+        if (!follow || !std::cout)
+            return;
+        watch.Wait(Deadline(std::chrono::hours(1)));
+    }
+}
+
+} // namespace qz::control
