@@ -10,7 +10,7 @@ set -eu
 case ${1:-} in
     -h | --help) usage; exit 0 ;;
     '')
-        "$root/scripts/setup.sh" build demo
+        "$root/scripts/setup.sh" build test
         "$root/scripts/build.sh" release capture
         # shellcheck disable=SC2016
         set -- sh -c '

@@ -39,7 +39,7 @@ reason=$(mkdir -p -- "$out" 2>&1) || die "${reason#mkdir: }"
 out=$(readlink -f -- "$out")
 reason=$("$root/scripts/sandbox.sh" true 2>&1) || die "$reason"
 
-run "$root/scripts/setup.sh" build demo
+run "$root/scripts/setup.sh" build test
 
 # As the daemon will read them; a picture that is cut short has its upper part only, which is no fault of the daemon.
 for picture in "$@"; do

@@ -1,7 +1,7 @@
 #!/bin/sh
 # Installs what this tree needs from Debian's packages, only what is missing.
 #
-#   scripts/setup.sh [GROUP...]        groups: build test demo lint bench coverage sweep fuzz (default: build test demo)
+#   scripts/setup.sh [GROUP...]        groups: build test lint bench coverage sweep fuzz (default: build test)
 set -eu
 . "$(dirname "$(readlink -f "$0")")/lib.sh"
 
@@ -11,13 +11,12 @@ packages_of() {
     case $1 in
         build) echo 'g++ cmake ninja-build libjpeg-dev|libjpeg62-turbo-dev libssl-dev libcli11-dev' ;;
         test) echo 'libgtest-dev libjpeg-turbo-progs openssl' ;;
-        demo) echo 'libjpeg-turbo-progs' ;;
         lint) echo 'clang-format clang-tidy shellcheck' ;;
         bench) echo 'libspdlog-dev' ;;
         coverage) echo 'gcovr' ;;
         sweep) echo 'strace' ;;
         fuzz) echo 'clang libclang-rt-14-dev|libclang-rt-dev' ;;
-        *) refuse "there is no group '$1'; groups: build test demo lint bench coverage sweep fuzz" ;;
+        *) refuse "there is no group '$1'; groups: build test lint bench coverage sweep fuzz" ;;
     esac
 }
 
@@ -32,7 +31,7 @@ installed() {
 }
 
 case ${1:-} in -h | --help) usage; exit 0 ;; esac
-[ $# -gt 0 ] || set -- build test demo
+[ $# -gt 0 ] || set -- build test
 
 wanted=
 for group in "$@"; do

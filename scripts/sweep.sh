@@ -16,7 +16,7 @@ case ${1:-} in
     -*) [ "$1" = --short ] || refuse "unknown option '$1' (see --help)" ;;
 esac
 if [ -z "${QZ_SWEEP:-}" ]; then
-    run "$root/scripts/setup.sh" build demo sweep
+    run "$root/scripts/setup.sh" build test sweep
     run "$root/scripts/build.sh" release capture
     QZ_SWEEP=1 run "$root/scripts/appliance.sh" sh "$self" "$@"
     exit
