@@ -43,7 +43,8 @@ run "$root/scripts/setup.sh" build test
 
 # As the daemon will read them; a picture that is cut short has its upper part only, which is no fault of the daemon.
 for picture in "$@"; do
-    reason=$(djpeg -gif -scale 1/8 -outfile /dev/null <"$picture" 2>&1) || refuse "cannot show $picture: $(echo "$reason" | head -n 1)"
+    reason=$(djpeg -gif -scale 1/8 -outfile /dev/null <"$picture" 2>&1) ||
+        refuse "cannot show $picture: $(printf '%s\n' "$reason" | head -n 1)"
 done
 
 run "$root/scripts/build.sh" release capture
