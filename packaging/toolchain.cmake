@@ -1,5 +1,6 @@
-# Cross-building with Debian's cross compilers (g++-aarch64-linux-gnu, g++-arm-linux-gnueabihf) and the board's system
-# as sysroot.  TRIPLET is aarch64-linux-gnu or arm-linux-gnueabihf; CMAKE_SYSROOT holds the board's headers and libraries.
+# Cross-building with Debian's cross compilers (g++-aarch64-linux-gnu, g++-arm-linux-gnueabihf) and the
+# board's system as sysroot.  TRIPLET is aarch64-linux-gnu or arm-linux-gnueabihf; CMAKE_SYSROOT holds the
+# board's headers and libraries.
 set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES TRIPLET)
 set(CMAKE_SYSTEM_NAME Linux)
 string(REGEX MATCH "^[^-]+" CMAKE_SYSTEM_PROCESSOR "${TRIPLET}")

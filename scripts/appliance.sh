@@ -1,7 +1,8 @@
 #!/bin/sh
-# Runs a command on a private appliance: in a sandbox (scripts/sandbox.sh) the program directory with the real djpeg
-# and the daemon of build/release, where that is built; the version file; the temporary directory with the command pipe
-# and the failure picture; the log directory.  Without a command the daemon is built and a person gets a shell there.
+# Runs a command on a private appliance: in a sandbox (scripts/sandbox.sh) the program directory with the real
+# djpeg and the daemon of build/release, where that is built; the version file; the temporary directory with
+# the command pipe and the failure picture; the log directory.  Without a command the daemon is built and a
+# person gets a shell there.
 #
 #   scripts/appliance.sh [COMMAND [ARG...]]
 set -eu
@@ -25,7 +26,8 @@ exec "$root/scripts/sandbox.sh" sh -ec '
     plinta=/opt/tormel/plinta
     mkdir -p $plinta/agent/latest $plinta/var/tmp /var/log/tormel/agent
     ln -s "$(command -v djpeg)" $plinta/agent/latest/djpeg
-    [ ! -x "$1/build/release/capture/capture" ] || ln -s "$1/build/release/capture/capture" $plinta/agent/latest/capture
+    daemon=$1/build/release/capture/capture
+    [ ! -x "$daemon" ] || ln -s "$daemon" $plinta/agent/latest/capture
     echo 1.0.0.0100 >$plinta/version
     cp "$1/packaging/liveview_failed.jpg" $plinta/var/tmp/
     mkfifo $plinta/var/tmp/capture.fifo

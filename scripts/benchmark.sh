@@ -1,7 +1,7 @@
 #!/bin/sh
-# Builds the benchmarks and runs them, each on a private appliance (scripts/appliance.sh); prints the figures beside
-# their limits.  Takes about a minute and a half, best on a machine that does nothing else.  The exit status is 1 when a
-# figure misses its limit.
+# Builds the benchmarks and runs them, each on a private appliance (scripts/appliance.sh); prints the figures
+# beside their limits.  Takes about a minute and a half, best on a machine that does nothing else.  The exit
+# status is 1 when a figure misses its limit.
 #
 #   scripts/benchmark.sh [NAME...]     names: log request ends library (default: all)
 set -eu
@@ -20,7 +20,8 @@ run "$root/scripts/setup.sh" build test bench
 run "$root/scripts/build.sh" benchmarks
 
 begin=$(date +%s)
-say "$(nproc) x $(sed -n '/^model name/{s/.*: *//p;q;}' /proc/cpuinfo), Linux $(uname -r), $(c++ --version | head -n 1)"
+processor=$(sed -n '/^model name/{s/.*: *//p;q;}' /proc/cpuinfo)
+say "$(nproc) x $processor, Linux $(uname -r), $(c++ --version | head -n 1)"
 say "load before: $(cut -d ' ' -f 1-3 /proc/loadavg)"
 missed=
 for one in "$@"; do

@@ -1,5 +1,5 @@
 #!/bin/sh
-# Configures and builds one preset (default: release) into build/PRESET, everything or the targets that are named.
+# Configures and builds a preset (default: release) in build/PRESET, all of it or the named targets.
 #
 #   scripts/build.sh [PRESET [TARGET...]]     scripts/build.sh release capture: the daemon without the tests
 set -eu
@@ -10,7 +10,9 @@ preset=${1:-release}
 # shellcheck disable=SC2046  # a list of words
 case $preset in
     -h | --help) usage; printf 'Presets: %s\n' "$(presets configure)"; exit 0 ;;
-    *) is_one_of "$preset" $(presets configure) || refuse "there is no preset '$preset'; presets: $(presets configure)" ;;
+    *)
+        is_one_of "$preset" $(presets configure) ||
+            refuse "there is no preset '$preset'; presets: $(presets configure)" ;;
 esac
 cd "$root"
 

@@ -1,6 +1,6 @@
 #!/bin/sh
-# Pastes the command lines of README.md, its blocks marked "sh", into a shell in a copy of the checkout, one block after
-# the other.  A block about the appliance runs on a private one, beside the daemon.
+# Pastes the command lines of README.md, its blocks marked "sh", into a shell in a copy of the checkout, one
+# block after the other.  A block about the appliance runs on a private one, beside the daemon.
 #
 #   scripts/check-readme.sh
 set -eu
@@ -11,7 +11,8 @@ case ${1:-} in
     ?*) refuse "unknown argument '$1' (see --help)" ;;
 esac
 
-! hidden=$(grep -nE '^    (\./|[a-z]+ )' "$root/README.md") || die "a command line outside the blocks marked sh: $hidden"
+! hidden=$(grep -nE '^    (\./|[a-z]+ )' "$root/README.md") ||
+    die "a command line outside the blocks marked sh: $hidden"
 
 work=$root/build/readme.$$
 cleanup() { rm -rf "$work"; }

@@ -1,6 +1,6 @@
 #!/bin/sh
-# The demo's part on the appliance (scripts/appliance.sh): starts the daemon, sends it commands and keeps its pictures.
-# The exit status is the daemon's.
+# The demo's part on the appliance (scripts/appliance.sh): starts the daemon, sends it commands and keeps its
+# pictures.  The exit status is the daemon's.
 #
 #   scripts/demo-session.sh FOLDER     with pictures/ to be shown and their names; here the results are left
 set -eu

@@ -1,11 +1,11 @@
 #!/bin/sh
-# Builds the daemon and lets it do its main job on a private appliance with the simulated encoder: a snapshot, a
-# rotation, another snapshot, the end.  The pictures and the log are left in a folder.
+# Builds the daemon and lets it do its main job on a private appliance with the simulated encoder: a snapshot,
+# a rotation, another snapshot, the end.  The pictures and the log are left in a folder.
 #
 #   scripts/demo.sh [--out DIR] [--] [PICTURE.jpg ...]     DIR: default demo-out/ in the checkout
 #
-# With pictures the encoder shows those, in this order, instead of its test card: a snapshot of each, and after the
-# rotation another one of the first.
+# With pictures the encoder shows those, in this order, instead of its test card: a snapshot of each, and
+# after the rotation another one of the first.
 set -eu
 . "$(dirname "$(readlink -f "$0")")/lib.sh"
 
@@ -41,7 +41,7 @@ reason=$("$root/scripts/sandbox.sh" true 2>&1) || die "$reason"
 
 run "$root/scripts/setup.sh" build test
 
-# As the daemon will read them; a picture that is cut short has its upper part only, which is no fault of the daemon.
+# As the daemon will read them.  It would show one that is cut short with its upper part only.
 for picture in "$@"; do
     reason=$(djpeg -gif -scale 1/8 -outfile /dev/null <"$picture" 2>&1) ||
         refuse "cannot show $picture: $(printf '%s\n' "$reason" | head -n 1)"

@@ -21,10 +21,11 @@ is_one_of() {
 
 # The presets of a kind (configure, build, test) in one line.
 presets() {
-    sed -n "/\"$1Presets\"/,/^  \]/"'{/"hidden"/!s/.*{"name": "\([^"]*\)".*/\1/p;}' "$root/CMakePresets.json" | xargs
+    sed -n "/\"$1Presets\"/,/^  \]/p" "$root/CMakePresets.json" |
+        sed -n '/"hidden"/!s/.*{"name": "\([^"]*\)".*/\1/p' | xargs
 }
 
-# What a script has made and removes at its end, however it ends: scripts with something to remove have their own.
+# Called at the end, however a script ends; one with something to remove has its own.
 cleanup() { :; }
 
 # Runs a program that a signal to this script alone ends as well.

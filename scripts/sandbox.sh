@@ -1,13 +1,13 @@
 #!/bin/sh
-# Runs a command on a private machine: its own process table, empty /opt, /var/log and /run (with /run/lock, so
-# /var/run and /var/lock too), root inside.  Nothing of it is seen outside, and nothing of it outlives the command,
-# this process (which SIGTERM and SIGHUP end) or the process that started it.
+# Runs a command on a private machine: its own process table, empty /opt, /var/log and /run (with /run/lock,
+# so /var/run and /var/lock too), root inside.  Nothing of it is seen outside, and nothing of it outlives the
+# command, this process (which SIGTERM and SIGHUP end) or the process that started it.
 #
 #   scripts/sandbox.sh COMMAND [ARG...]
 #
-# Works as root and, where the kernel allows user namespaces, as any user.  Elsewhere the reason is on stderr and
-# the exit status is 77 ("skipped" for ctest), or 1 with SANDBOX_REQUIRED=1 in the environment.  Otherwise the exit
-# status is the command's, 128 + n when signal n ended it.
+# Works as root and, where the kernel allows user namespaces, as any user.  Elsewhere the reason is on stderr
+# and the exit status is 77 ("skipped" for ctest), or 1 with SANDBOX_REQUIRED=1 in the environment.  Otherwise
+# the exit status is the command's, 128 + n when signal n ended it.
 set -u
 . "$(dirname "$(readlink -f "$0")")/lib.sh"
 
@@ -35,9 +35,10 @@ if ! as_root=$(unshare $options --fork --mount-proc true 2>&1); then
     fi
 fi
 
-# Two shells.  The outer one is still in the old process table, where signals end it; Ctrl-C it leaves to the command.
-# The inner one, the only process that the outer one may start, is process 1 of the new table: all others go with it.
-# In that place a signal with its default action does nothing, so the command gets a process of its own.
+# Two shells.  The outer one is still in the old process table, where signals end it; Ctrl-C it leaves to the
+# command.  The inner one, the only process that the outer one may start, is process 1 of the new table: all
+# others go with it.  In that place a signal with its default action does nothing, so the command gets a
+# process of its own.
 # shellcheck disable=SC2016
 outer='
     trap : INT QUIT

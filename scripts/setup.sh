@@ -5,8 +5,7 @@
 set -eu
 . "$(dirname "$(readlink -f "$0")")/lib.sh"
 
-# The packages of a group, without those that every Debian has.  a|b: either will do, a is installed when both are
-# missing.
+# The packages of a group but those that every Debian has.  a|b: either will do, a is what is installed.
 packages_of() {
     case $1 in
         build) echo 'g++ cmake ninja-build libjpeg-dev|libjpeg62-turbo-dev libssl-dev libcli11-dev' ;;
@@ -44,8 +43,9 @@ command -v dpkg-query >/dev/null ||
 
 missing=
 for package in $wanted; do
+    first=${package%%|*}
     # shellcheck disable=SC2086  # a list of words, here and below
-    is_one_of "${package%%|*}" $missing || installed "$package" || missing="${missing:+$missing }${package%%|*}"
+    is_one_of "$first" $missing || installed "$package" || missing="${missing:+$missing }$first"
 done
 if [ -z "$missing" ]; then
     say "everything for $* is installed"
@@ -65,7 +65,7 @@ apt() {
     $as_root DEBIAN_FRONTEND=noninteractive apt-get -q -o Dpkg::Use-Pty=0 -o DPkg::Lock::Timeout=300 "$@" 2>&1
 }
 
-# The line among those of apt-get that says why: a file that it could not fetch rather than what follows from that.
+# The line of apt-get that says why: a file that it could not fetch rather than what follows from that.
 reason() {
     awk '/^[EW]: Failed to fetch/ && !fetch { fetch = $0 }
          /^E: / && !error { error = $0 }

@@ -1,11 +1,11 @@
 #!/bin/sh
-# Installs what is missing, builds and runs every test.  Ends with ctest's summary and its exit status; with the preset
-# coverage the lines of the product that the tests have run follow.
+# Installs what is missing, builds and runs every test.  Ends with ctest's summary and its exit status; with
+# the preset coverage the lines of the product that the tests have run follow.
 #
 #   scripts/test.sh [PRESET] [CTEST-OPTION...]     scripts/test.sh -R Snapshot
 #
-# Every test gets a private /opt, /run and /var/log (scripts/sandbox.sh).  Where the kernel forbids that the tests
-# are skipped; with SANDBOX_REQUIRED=1 in the environment they fail instead.
+# Every test gets a private /opt, /run and /var/log (scripts/sandbox.sh).  Where the kernel forbids that the
+# tests are skipped; with SANDBOX_REQUIRED=1 in the environment they fail instead.
 set -eu
 . "$(dirname "$(readlink -f "$0")")/lib.sh"
 
@@ -17,7 +17,8 @@ case ${1:-} in
     *)
         preset=$1
         shift
-        is_one_of "$preset" $(presets test) || refuse "there is no preset '$preset' with tests; presets: $(presets test)" ;;
+        is_one_of "$preset" $(presets test) ||
+            refuse "there is no preset '$preset' with tests; presets: $(presets test)" ;;
 esac
 
 # ctest itself ignores options that it does not know.
@@ -26,8 +27,8 @@ check_options() {
         case $1 in
             -[REIj] | --repeat | --timeout) [ $# -gt 1 ] || refuse "$1 needs a value"; shift ;;
             -N | -V | -VV | -j[0-9]* | --rerun-failed | --schedule-random | --stop-on-failure) ;;
-            *) refuse "unknown option '$1'; options: -R RE -E RE -I RANGE -j N -N -V -VV --repeat MODE:N --rerun-failed" \
-                '--schedule-random --stop-on-failure --timeout SECONDS' ;;
+            *) refuse "unknown option '$1'; options: -R RE -E RE -I RANGE -j N -N -V -VV --repeat MODE:N" \
+                '--rerun-failed --schedule-random --stop-on-failure --timeout SECONDS' ;;
         esac
         shift
     done
