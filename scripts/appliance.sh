@@ -10,26 +10,27 @@ set -eu
 
 case ${1:-} in
     -h | --help) usage; exit 0 ;;
+    -*) refuse "unknown option '$1' (see --help)" ;;
     '')
         "$root/scripts/setup.sh" build test
         "$root/scripts/build.sh" release capture
         # shellcheck disable=SC2016
-        set -- sh -c '
-            cd /opt/tormel/plinta/var/tmp
-            PATH=/opt/tormel/plinta/agent/latest:$PATH PS1="appliance:\w# " exec bash --norc -i'
+        set -- sh -c 'cd /opt/tormel/plinta/var/tmp; PS1="appliance:\w# " exec bash --norc -i'
         say 'the daemon: capture --debug &    a snapshot: printf capture_run >capture.fifo'
         say 'its log: cat /var/log/tormel/agent/capture-*.log    the pictures: ls -l    back: exit' ;;
 esac
 
+djpeg=$(command -v djpeg) || die 'djpeg is missing; scripts/setup.sh test installs it'
 # shellcheck disable=SC2016
 exec "$root/scripts/sandbox.sh" sh -ec '
     plinta=/opt/tormel/plinta
     mkdir -p $plinta/agent/latest $plinta/var/tmp /var/log/tormel/agent
-    ln -s "$(command -v djpeg)" $plinta/agent/latest/djpeg
+    ln -s "$2" $plinta/agent/latest/djpeg
     daemon=$1/build/release/capture/capture
     [ ! -x "$daemon" ] || ln -s "$daemon" $plinta/agent/latest/capture
     echo 1.0.0.0100 >$plinta/version
     cp "$1/packaging/liveview_failed.jpg" $plinta/var/tmp/
     mkfifo $plinta/var/tmp/capture.fifo
-    shift
-    exec "$@"' appliance "$root" "$@"
+    export PATH="$plinta/agent/latest:$PATH"
+    shift 2
+    exec "$@"' appliance "$root" "$djpeg" "$@"

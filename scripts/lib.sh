@@ -41,7 +41,7 @@ ended= # what run has waited for last
 
 # Ends by the signal, as whoever waits for this script expects, and takes along what run has started.
 stop() {
-    trap '' HUP INT TERM
+    trap '' HUP INT PIPE TERM
     if [ "${!:-}" != "$ended" ]; then
         kill $! 2>/dev/null || :
         wait $! || :
@@ -53,4 +53,5 @@ stop() {
 trap cleanup EXIT
 trap 'stop HUP' HUP
 trap 'stop INT' INT
+trap 'stop PIPE' PIPE
 trap 'stop TERM' TERM

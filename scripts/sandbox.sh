@@ -13,6 +13,7 @@ set -u
 
 case ${1:-} in
     -h | --help) usage; exit 0 ;;
+    -*) refuse "unknown option '$1' (see --help)" ;;
     '') refuse 'which command? (see --help)' ;;
 esac
 
