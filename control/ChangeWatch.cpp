@@ -19,8 +19,7 @@ constexpr std::chrono::milliseconds WITHOUT_NOTIFY{2};
 
 } // namespace
 
-ChangeWatch::ChangeWatch(const std::vector<std::string>& folders)
-    : m_Notify(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
+ChangeWatch::ChangeWatch(const std::vector<std::string>& folders) : m_Notify(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
     for (const std::string& folder : folders) {
         if (m_Notify.Valid() &&
             inotify_add_watch(m_Notify.Get(), folder.c_str(), IN_MODIFY | IN_CREATE | IN_MOVED_TO) < 0)

@@ -53,8 +53,7 @@ CommandPipe::CommandPipe() {
 void CommandPipe::Send(const std::string& command, const Deadline& deadline) {
     for (int unread = 1; ioctl(m_Pipe.Get(), FIONREAD, &unread) == 0 && unread > 0;) {
         if (deadline.Passed())
-            throw Failure{REFUSED, "pipe full",
-                          "the daemon does not read what others have written into the pipe"};
+            throw Failure{REFUSED, "pipe full", "the daemon does not read what others have written into the pipe"};
         std::this_thread::sleep_for(INTERVAL);
     }
     if (write(m_Pipe.Get(), command.data(), command.size()) != static_cast<ssize_t>(command.size()))

@@ -129,8 +129,7 @@ public:
         Report report;
         const Picture snapshot = Picture::Snapshot();
         if (!snapshot.NotBefore(m_Asked) || snapshot.failure)
-            throw Failure{PICTURE_FAILED, "replaced",
-                          "the picture was replaced by the failure picture meanwhile"};
+            throw Failure{PICTURE_FAILED, "replaced", "the picture was replaced by the failure picture meanwhile"};
         AddPicture(report, "snapshot", snapshot);
         const Picture liveView = Picture::LiveView();
         const bool fresh = liveView.NotBefore(m_Asked) && liveView.kind == "GIF";
@@ -138,8 +137,7 @@ public:
         if (fresh)
             AddPicture(report, "live_view", liveView);
         else
-            report.Line("no new live view: " +
-                        (m_Note.empty() ? "the decoder djpeg is missing or failed" : m_Note));
+            report.Line("no new live view: " + (m_Note.empty() ? "the decoder djpeg is missing or failed" : m_Note));
         return report;
     }
 
@@ -196,8 +194,7 @@ void PrintRecord(const LogRecord& record, bool colours) {
 
 } // namespace
 
-Report TakeSnapshot(std::chrono::milliseconds timeout, const std::string& output,
-                    const std::string& liveView) {
+Report TakeSnapshot(std::chrono::milliseconds timeout, const std::string& output, const std::string& liveView) {
     const Deadline deadline(timeout);
     const ClientLock alone(deadline);
     CommandPipe pipe;

@@ -3,7 +3,9 @@
 
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <fstream>
 
@@ -52,7 +54,11 @@ Instance Instance::Look() {
     Instance instance;
     instance.lockHeld = IsLocked(LockPath());
     instance.pid = Util::ReadPID(PidPath());
-    instance.alive = Util::AlivePID(instance.pid, DAEMON_NAME);
+    // A zombie has gone: it has no program any more.
+    char program[8];
+    const std::string link = "/proc/" + std::to_string(instance.pid) + "/exe";
+    instance.alive = Util::AlivePID(instance.pid, DAEMON_NAME) &&
+                     (readlink(link.c_str(), program, sizeof program) >= 0 || errno != ENOENT);
     return instance;
 }
 

@@ -71,11 +71,10 @@ std::string LogReader::FileAfter(const std::string& file) const {
     const qz::common::DirectoryPtr directory(opendir(m_Directory.c_str()));
     while (const dirent* entry = directory ? readdir(directory.get()) : nullptr) {
         const std::string name = entry->d_name;
-        const bool dated =
-            name.size() == m_Name.size() + 1 + DATE_LENGTH + LOG_EXTENSION.size() &&
-            name.compare(0, m_Name.size() + 1, m_Name + "-") == 0 &&
-            std::all_of(name.begin() + static_cast<std::ptrdiff_t>(m_Name.size()) + 1,
-                        name.end() - static_cast<std::ptrdiff_t>(LOG_EXTENSION.size()), IsDigit);
+        const bool dated = name.size() == m_Name.size() + 1 + DATE_LENGTH + LOG_EXTENSION.size() &&
+                           name.compare(0, m_Name.size() + 1, m_Name + "-") == 0 &&
+                           std::all_of(name.begin() + static_cast<std::ptrdiff_t>(m_Name.size()) + 1,
+                                       name.end() - static_cast<std::ptrdiff_t>(LOG_EXTENSION.size()), IsDigit);
         if (dated && name > file && (next.empty() || name < next))
             next = name;
     }
@@ -105,8 +104,7 @@ void LogReader::SeekToEnd() {
 
 bool LogReader::Fill() {
     char piece[16 * 1024];
-    const ssize_t count =
-        m_Descriptor.Valid() ? qz::common::ReadSome(m_Descriptor.Get(), piece, sizeof piece) : 0;
+    const ssize_t count = m_Descriptor.Valid() ? qz::common::ReadSome(m_Descriptor.Get(), piece, sizeof piece) : 0;
     if (count > 0) {
         m_Buffer.append(piece, static_cast<size_t>(count));
         return true;

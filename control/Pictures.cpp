@@ -40,8 +40,8 @@ Picture Look(const std::string& path) {
     picture.written = status.st_mtim;
     picture.size = status.st_size;
     const timespec now = FileSystemNow();
-    picture.age = difftime(now.tv_sec, status.st_mtim.tv_sec) +
-                  static_cast<double>(now.tv_nsec - status.st_mtim.tv_nsec) / 1e9;
+    picture.age =
+        difftime(now.tv_sec, status.st_mtim.tv_sec) + static_cast<double>(now.tv_nsec - status.st_mtim.tv_nsec) / 1e9;
     const std::string bytes = Contents(path);
     picture.failure = bytes == Contents(qz::common::LIVEVIEW_FAILED_PATH);
     picture.kind = KindOf(bytes);

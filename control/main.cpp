@@ -96,9 +96,7 @@ int main(int argc, char** argv) {
     snapshot->add_option("-o,--output", output, "copy the snapshot there");
     snapshot->add_option("--live-view", liveView, "copy the live view there");
     double interval = 0;
-    snapshot
-        ->add_option("--every", interval,
-                     "again and again, after so many seconds (5s or 5), until interrupted")
+    snapshot->add_option("--every", interval, "again and again, after so many seconds (5s or 5), until interrupted")
         ->transform([](std::string text) {
             if (!text.empty() && text.back() == 's')
                 text.pop_back();
@@ -108,24 +106,20 @@ int main(int argc, char** argv) {
     snapshot->add_flag("--json", json, "the answer as one JSON object");
     snapshot->callback([&] {
         const auto take = [&] { return TakeSnapshot(timeout(), output, liveView); };
-        status = interval > 0
-                     ? Repeat(std::chrono::milliseconds(static_cast<long>(interval * 1000)), json, take)
-                     : Print(take(), json);
+        status = interval > 0 ? Repeat(std::chrono::milliseconds(static_cast<long>(interval * 1000)), json, take)
+                              : Print(take(), json);
     });
 
     int degrees = 0;
     CLI::App* rotate = add("rotate", "re-open the encoder turned", true);
-    rotate->add_option("degrees", degrees, "0, 90, 180 or 270")
-        ->required()
-        ->check(CLI::IsMember({0, 90, 180, 270}));
+    rotate->add_option("degrees", degrees, "0, 90, 180 or 270")->required()->check(CLI::IsMember({0, 90, 180, 270}));
     answers(rotate, [&] { return Rotate(timeout(), degrees); });
     answers(add("end", "end the daemon by its command, and wait until it has gone", true),
             [&] { return End(timeout()); });
     answers(add("stop", "end the daemon by SIGTERM, and wait until it has gone", true),
             [&] { return Stop(timeout()); });
     answers(add("status", "the daemon, its pictures, its last end", false), ShowStatus);
-    answers(add("wait-ready", "wait until the daemon serves commands", true),
-            [&] { return WaitReady(timeout()); });
+    answers(add("wait-ready", "wait until the daemon serves commands", true), [&] { return WaitReady(timeout()); });
     answers(add("doctor", "check the installation, and say what mends it", false), Examine);
 
     bool follow = false;

@@ -1,6 +1,5 @@
 // The encoder session against the simulator: the calls in order, the flags as they show in the log, the
 // configuration.
-#include <array>
 
 #include "capture/Config.h"
 #include "tests/capture/RunningSession.h"

@@ -1,5 +1,4 @@
 // Snapshots and the live view with the real decoder, damaged pictures and decoders that fail; the file copy.
-#include <array>
 
 #include "capture/Config.h"
 #include "tests/capture/RunningSession.h"
@@ -77,6 +76,7 @@ TEST(Snapshot, GivenPicturesTakeTurnsAndAreTurned) {
         Shell("jpegtran " + turns[mode] + " /opt/p/1 | djpeg >/opt/turned; djpeg " + snapshot + " | cmp - /opt/turned");
         EXPECT_TRUE(bench.capture.XEncCapture()); // of the damaged one
         EXPECT_EQ(ReadFile(snapshot), ReadFile("/opt/p/2"));
+        xenc_sim_flush();
         const bool told = Joined(bench.log.Messages()).find("/opt/p/2 not turned") != std::string::npos;
         EXPECT_EQ(told, mode != 0);
     }
@@ -152,10 +152,7 @@ TEST(CopyFile, OutcomesAndWhatStaysUntouched) {
     Log log;
     const std::string big(300000, 'b');
     WriteFile("/opt/big", big);
-    WriteFile("/opt/empty", "");
-    WriteFile("/opt/old", "old");
-    ASSERT_EQ(mkfifo("/opt/fifo", 0600), 0);
-    mkdir("/opt/full", 0755);
+    Shell("cd /opt; printf old >old; touch empty; mkfifo fifo; mkdir full");
     const Mount full("/opt/full", "size=64k");
     const std::string done = "INF copy finished: `", failed = "ERR cannot read File";
     // From, to, the line, what is in /opt/old then.

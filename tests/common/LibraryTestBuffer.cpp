@@ -2,8 +2,6 @@
 #include <functional>
 #include <memory>
 
-#include <gtest/gtest.h>
-
 #include "common/DecryptAes.h"
 #include "common/EncryptAes.h"
 #include "common/PacketBuffer.h"
@@ -11,9 +9,7 @@
 #include "tests/support/Support.h"
 
 using namespace qz::common;
-using support::ReadFile;
-using support::Shell;
-using support::WriteFile;
+using namespace support;
 
 namespace {
 
@@ -93,17 +89,11 @@ TEST(Buffer, CopiesAreDeepAndEndWithAZero) {
 TEST(Encryption, EveryLengthComesBackAndOthersCanReadIt) {
     const std::string arguments = " -K 4b8e2f71a6c3d9051e7ab4f2c86d3a9e0f5b7c1d2e8a4f6b9c3d5e7a1b2c4d6e -iv "
                                   "9d2e7b4a1c6f3e8d5a0b7c2e4f6a8b1d ";
-    std::string data;
     for (const size_t length : {1, 15, 16, 17, 31, 32, 1000, 1024, 70001}) {
         SCOPED_TRACE(length);
-        while (data.size() < length)
-            data += static_cast<char>(data.size() * 31);
-        data.resize(length);
-        WriteFile("/opt/a.enc.txt", data);
+        Shell("head -c " + std::to_string(length) + " /dev/urandom >/opt/a.enc.txt");
+        const std::string data = ReadFile("/opt/a.enc.txt");
         ASSERT_TRUE(Util::SaveToEnc("/opt/a.enc.txt"));
-        EXPECT_EQ(ReadFile("/opt/a.enc.txt.enc").size(), length / 16 * 16 + 16);
-        Shell("openssl enc -d -aes-256-cbc" + arguments + "-in /opt/a.enc.txt.enc -out /opt/theirs");
-        EXPECT_EQ(ReadFile("/opt/theirs"), data);
         Shell("openssl enc -aes-256-cbc" + arguments + "-in /opt/a.enc.txt -out /opt/b.enc");
         EXPECT_EQ(ReadFile("/opt/b.enc"), ReadFile("/opt/a.enc.txt.enc"));
         ASSERT_TRUE(Util::SaveToDec("/opt/b.enc"));
@@ -170,9 +160,9 @@ TEST(Encryption, FilesUpToTheLimit) {
     for (const char* path : {"/opt/empty", "/opt/folder", "/opt/fifo", "/opt/full"})
         EXPECT_FALSE(Util::SaveToEnc(path)) << path;
     mkdir("/opt/small", 0755);
-    const support::Mount small("/opt/small", "size=64k");
+    const Mount small("/opt/small", "size=64k");
     WriteFile("/opt/small/text", std::string(40000, 'x')); // its ciphertext does not fit
-    EXPECT_FALSE(Util::SaveToEnc("/opt/small/text") || support::Exists("/opt/small/text.enc"));
+    EXPECT_FALSE(Util::SaveToEnc("/opt/small/text") || Exists("/opt/small/text.enc"));
     mkdir("/opt/most.enc.enc", 0755);
     EXPECT_FALSE(Util::SaveToEnc("/opt/most.enc"));
     WriteFile("/opt/plain", std::string(16, 'x'));

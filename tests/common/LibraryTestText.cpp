@@ -5,16 +5,13 @@
 #include <cstring>
 #include <set>
 
-#include <gtest/gtest.h>
-
 #include "common/HelperChar.h"
 #include "common/HelperPlatfrom.h"
 #include "common/Util.h"
 #include "tests/support/Support.h"
 
 using namespace qz::common;
-using support::Shell;
-using support::WriteFile;
+using namespace support;
 
 namespace {
 

@@ -1,6 +1,7 @@
 // Lock and pid files with real processes, hostile files included.
 #include <sys/prctl.h>
 
+#include "common/Owners.h"
 #include "common/Process.h"
 #include "common/Util.h"
 #include "tests/support/Support.h"
@@ -68,13 +69,12 @@ TEST(Process, TwoInstancesNeverOverlap) {
     std::atomic<int> owners{0}, most{0};
     OnFourThreads([&](int) {
         for (int i = 0; i < 500; ++i) {
-            const int fd = Util::FileLock(LOCK);
-            if (fd < 0)
+            const qz::common::UniqueFd fd(Util::FileLock(LOCK));
+            if (!fd.Valid())
                 continue;
             most = std::max(most.load(), ++owners);
             --owners;
             unlink(LOCK.c_str()); // as an ending owner does, while it holds the lock
-            close(fd);
         }
     });
     EXPECT_EQ(most, 1);
@@ -103,12 +103,16 @@ TEST(Process, HostileFilesAreRefused) {
 
 TEST(Process, AliveMeansThePidAndTheName) {
     const Child child("thing"), longer("a_name_beyond_fifteen");
-    for (const char* name : {"thing", " thing\n", ""})
-        EXPECT_TRUE(Util::AlivePID(child.pid, name)) << name;
-    EXPECT_FALSE(Util::AlivePID(child.pid, "thin"));
-    EXPECT_TRUE(Util::AlivePID(longer.pid, "a_name_beyond_fifteen"));
-    for (const int pid : {0, -1, 99999})
-        EXPECT_FALSE(Util::AlivePID(pid, "")) << pid;
+    const std::tuple<pid_t, const char*, bool> rows[] = {{child.pid, "thing", true},
+                                                         {child.pid, " thing\n", true},
+                                                         {child.pid, "", true},
+                                                         {child.pid, "thin", false},
+                                                         {0, "", false},
+                                                         {-1, "", false},
+                                                         {99999, "", false},
+                                                         {longer.pid, "a_name_beyond_fifteen", true}};
+    for (const auto& [pid, name, alive] : rows)
+        EXPECT_EQ(Util::AlivePID(pid, name), alive) << pid << name;
     // Whoever else has the pid by now is left alone.
     Log log;
     for (const std::string& text : {std::to_string(longer.pid), std::string()}) {

@@ -102,9 +102,7 @@ TEST(Files, DirectoriesOfEveryShape) {
 }
 
 TEST(Files, TypesAndAges) {
-    WriteFile("/opt/file", "");
-    ASSERT_EQ(mkfifo("/opt/fifo", 0600), 0);
-    ASSERT_EQ(symlink("/opt", "/opt/link"), 0);
+    Shell("cd /opt; touch file; mkfifo fifo; ln -s /opt link");
     FileObjectType type = FileObjectType::SOCKET;
     EXPECT_FALSE(Util::GetFileType("/opt/missing", type));
     EXPECT_EQ(type, FileObjectType::SOCKET);

@@ -1,6 +1,5 @@
 // The real daemon with the simulator: start, refusals, commands, signals, faults, ends.
 #include <algorithm>
-#include <array>
 #include <cstring>
 
 #include "tests/support/Support.h"
@@ -29,14 +28,6 @@ void ExpectOrderlyEnd(Daemon& daemon, int milliseconds = 10000) {
     ExpectInOrder(daemon, {"INF Initialize succeed", TERMINATED});
     EXPECT_FALSE(Exists(LOCK) || Exists(PID));
 }
-
-// A daemon that serves commands, on an appliance of its own.
-struct ReadyDaemon : Appliance, Daemon {
-    explicit ReadyDaemon(const std::string& arguments = "--debug", const std::string& environment = "")
-        : Daemon(arguments, environment) {
-        EXPECT_TRUE(Ready());
-    }
-};
 
 TEST(Daemon, APictureGoesInAndALiveViewComesOut) {
     ReadyDaemon daemon("--debug", "--ignore-signal=CHLD QZ_SCREEN_MODE=0"); // a parent's setting
@@ -80,7 +71,6 @@ TEST(Daemon, OptionsAndRefusals) {
         EXPECT_EQ(daemon.Status(), stops ? 255 : 0);
         const std::string output = daemon.Output(); // usage) and the program's path come first
         EXPECT_TRUE(stops ? output == failure : output.find("usage) ") < output.find(usage)) << output;
-        EXPECT_EQ(output.find(failure) != std::string::npos, stops);
         EXPECT_FALSE(Exists("/var/log/tormel") || Exists(LOCK));
     }
     WriteFile("/var/log/tormel", "in the way");

@@ -10,8 +10,7 @@ using namespace qz::common;
 extern "C" int LLVMFuzzerTestOneInput(const char* data, size_t size) {
     PacketBuffer out;
     const bool decrypted = DecryptAes().CbcDecrypt(data, static_cast<unsigned>(size), out);
-    if (decrypted != (size > 0 && size % 16 == 0) || out.Length() < 0 ||
-        out.Length() > static_cast<int>(size))
+    if (decrypted != (size > 0 && size % 16 == 0) || out.Length() < 0 || out.Length() > static_cast<int>(size))
         abort();
     PacketBuffer text;
     if (size > 0 && (!EncryptAes().CbcEncrypt(data, static_cast<unsigned>(size), out) ||

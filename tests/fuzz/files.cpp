@@ -21,8 +21,7 @@ extern "C" int LLVMFuzzerTestOneInput(const char* data, size_t size) {
         abort();
     int width = -1;
     int height = -1;
-    if (HelperImage::GetJPEGSize(VERSION_FILE_PATH.c_str(), width, height) ? width < 0 || height < 0
-                                                                           : width != -1)
+    if (HelperImage::GetJPEGSize(VERSION_FILE_PATH.c_str(), width, height) ? width < 0 || height < 0 : width != -1)
         abort();
     return 0;
 }

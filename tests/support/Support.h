@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <filesystem>
@@ -121,6 +122,14 @@ private:
     pid_t m_Pid = 0;
     int m_Status = -1;
     std::string m_Output;
+};
+
+// A daemon that serves commands, on an appliance of its own.
+struct ReadyDaemon : Appliance, Daemon {
+    explicit ReadyDaemon(const std::string& arguments = "--debug", const std::string& environment = "")
+        : Daemon(arguments, environment) {
+        EXPECT_TRUE(Ready());
+    }
 };
 
 // The simulator's record of calls since the last look, joined.

@@ -1,8 +1,9 @@
-// The character conversions: whatever comes in, what goes out is valid and comes back as it is.
+// Texts: whatever comes into the character conversions, what goes out is valid and comes back as it is; any signature
+// gives a function field without a blank.
 #include <cstdlib>
 #include <cstring>
-#include <string>
 
+#include "common/FileLogger.h"
 #include "common/HelperChar.h"
 
 using qz::common::HelperChar;
@@ -28,6 +29,8 @@ void ComesBack(const std::string& utf8) {
 
 extern "C" int LLVMFuzzerTestOneInput(const char* data, size_t size) {
     const std::string bytes(data, size);
+    if (qz::common::className(bytes).find(' ') != bytes.npos)
+        abort();
     ComesBack(HelperChar::LinuxWideCharToUTF8(HelperChar::UTF8toLinuxWideChar(bytes.c_str()).c_str()));
     ComesBack(HelperChar::LinuxWideCharToUTF8(As<wchar_t>(data, size).c_str()));
     ComesBack(HelperChar::WinWideChartoUTF8(As<char16_t>(data, size).c_str()));

@@ -1,0 +1,112 @@
+// capturectl against the real daemon, and against everything that is wrong without one.
+#include "control/LogReader.h"
+#include "tests/support/Support.h"
+
+using namespace support;
+
+namespace {
+
+// What a call prints on both outputs, and its exit status in front: "69 capturectl: the daemon is not running".
+std::string Call(const std::string& arguments) {
+    const int status = system((std::string(QZ_CAPTURECTL " ") + arguments + " >/opt/answer 2>&1").c_str());
+    return std::to_string(WEXITSTATUS(status)) + " " + ReadFile("/opt/answer");
+}
+
+bool Has(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+TEST(Control, EachWayInWhichThereIsNoAnswer) {
+    Appliance appliance;
+    const std::string pipe = Appliance::Tmp("capture.fifo"), stale = "echo $$ >/run/capture.pid";
+    const std::array<std::string, 3> rows[] = {
+        {"true", "snapshot", "69 capturectl: nobody reads the command pipe: the daemon is not running"},
+        {"true", "stop", "69 capturectl: the daemon is not running"},
+        {stale, "status", "69 not running\na pid file"},
+        {stale, "doctor --json", "\"pid file\": false"},
+        {"sleep 60 <>" + pipe + " >/dev/null 2>&1 & sleep 0.1", "end --timeout 1",
+         "69 capturectl: the daemon is not running"},
+        {"true", "wait-ready --timeout 0.1", "69 capturectl: the daemon is not running"},
+        {"rm " + pipe, "rotate 90", "78 capturectl: " + pipe + ": No such file"},
+        {"echo >" + pipe, "rotate 90", "76 capturectl: " + pipe + " is no pipe"},
+        {"true", "doctor", "78 "},
+        {"true", "rotate 45", "64 degrees: 45 not in"},
+        {"rm -r /opt/tormel", "snapshot", "78 capturectl: /opt/tormel/plinta/var/tmp: No such file"}};
+    for (const auto& [situation, command, answer] : rows) {
+        Shell(situation);
+        const std::string seen = Call(command);
+        EXPECT_TRUE(Has(seen, answer)) << situation << "; " << command << ": " << seen;
+    }
+    EXPECT_FALSE(Exists(pipe));
+}
+
+TEST(Control, PicturesAreNewOrThereIsNone) {
+    Appliance appliance;
+    WriteFile("/opt/control", "");
+    Daemon daemon("--debug", "XENC_CONTROL=/opt/control");
+    EXPECT_PRED2(Has, Call("wait-ready"), "0 ready, pid " + std::to_string(daemon.Pid()));
+    EXPECT_EQ(Call("doctor").substr(0, 2), "78"); // there is no capture beside the decoder
+    EXPECT_PRED2(Has, Call("snapshot -o /opt/a.jpg --live-view /opt/a.gif"), "md_capture.jpg, JPEG, ");
+    EXPECT_EQ(ReadFile("/opt/a.jpg"), ReadFile(Appliance::Tmp("md_capture.jpg")));
+    EXPECT_EQ(GifSize("/opt/a.gif"), "GIF 960 x 540");
+    EXPECT_EQ(Call("snapshot -o /opt/no/such").substr(0, 2), "73");
+    EXPECT_EQ(Call("rotate 90"), "0 turned by 90 degrees\n");
+    // A foreign writer with a line end, and one whose picture is older than our asking, do no harm.
+    Appliance::Command("capture_run\n");
+    EXPECT_PRED2(Has, Call("snapshot --json --live-view /opt/a.gif"), "\"live_view_fresh\": true");
+    EXPECT_EQ(GifSize("/opt/a.gif"), "GIF 405 x 720");
+    const auto control = [&daemon](const std::string& line) {
+        Shell("printf '" + line + "\\nlog 5 " + line + "\\n' >>/opt/control");
+        EXPECT_TRUE(daemon.Logs("DBG LogLevel[5] " + line)); // so it has been carried out
+    };
+    control("fail kt_md_capture");
+    EXPECT_EQ(Call("snapshot"), "1 capturectl: no picture: kt_md_capture failed\n");
+    control("state STATE_SETUP");
+    EXPECT_EQ(Call("snapshot"), "1 capturectl: no picture: the encoder is not encoding\n");
+    control("state STATE_ENCODING");
+    Appliance::ReplaceDecoder("exit 1");
+    EXPECT_PRED2(Has, Call("snapshot"), "no new live view: the decoder");
+    control("capture slow 3000");
+    EXPECT_EQ(Call("snapshot --timeout 0.5"), "75 capturectl: no answer within the time given\n");
+    control("fail kt_md_stop");
+    EXPECT_EQ(Call("rotate 0"), "1 capturectl: the encoder could not be re-opened turned\n");
+    EXPECT_EQ(daemon.Status(), 0);
+}
+
+TEST(Control, EndsAndTellsOfThem) {
+    for (const std::string command : {"end", "stop"}) {
+        Appliance appliance;
+        Daemon daemon("", "XENC_CONTROL=/opt/control");
+        EXPECT_TRUE(daemon.Ready());
+        EXPECT_EQ(Call("status").substr(0, 10), "0 running,");
+        EXPECT_PRED2(Has, Call(command), "0 the daemon (pid " + std::to_string(daemon.Pid()) + ") has ended");
+        EXPECT_EQ(daemon.Status(1000), 0);
+        EXPECT_PRED2(Has, Call("status"), "last end: 2");
+    }
+    WriteFile("/opt/control", "hang kt_md_capture\n"); // it dies while the client waits
+    ReadyDaemon daemon("", "XENC_CONTROL=/opt/control");
+    Shell("(sleep 0.3; kill -KILL " + std::to_string(daemon.Pid()) + ") &");
+    EXPECT_PRED2(Has, Call("snapshot"), "69 capturectl: the daemon ended meanwhile");
+}
+
+TEST(Control, TheLogIsReadInWholeRecordsAcrossItsFiles) {
+    std::filesystem::create_directories(Appliance::LOG_DIRECTORY);
+    const std::string name = std::string(Appliance::LOG_DIRECTORY) + "/capture-2026";
+    const std::string head = "2026-11-16 10:06:09.123||DBG|NA|[812][a::b] ";
+    WriteFile(name + "1117.log", head + "second [L:2]\ncut off\n" + head + "thi");
+    WriteFile(name + "1116.log", head + "\n * one\n\n [L:1]\n");
+    WriteFile(name + "1116x.log", "another's");
+    qz::control::LogReader log(Appliance::LOG_DIRECTORY, "capture");
+    EXPECT_EQ(log.Next()->message, "\n * one\n\n");
+    EXPECT_EQ(log.Next()->message, "second");
+    EXPECT_EQ(log.Next()->level, ""); // not of the log's shape
+    EXPECT_FALSE(log.Next());         // not whole yet
+    WriteFile(name + "1117.log", head + "second [L:2]\ncut off\n" + head + "third [L:3]\n");
+    EXPECT_EQ(log.Next()->message, "third");
+    WriteFile(name + "1118.log", head + "after midnight [L:4]\n");
+    EXPECT_EQ(log.Next()->pid, 812);
+    EXPECT_PRED2(Has, Call("log --level INF"), "0 ?? cut off\n");
+    EXPECT_EQ(Call("log --grep midnight"), "0 " + head + "after midnight [L:4]\n");
+}
+
+} // namespace
