@@ -106,17 +106,15 @@ class SnapshotOutcome {
 public:
     explicit SnapshotOutcome(const timespec& asked) : m_Asked(asked) {}
 
-    // Whether the outcome is known with this record.  Another writer's earlier request may still be answered
-    // before ours: its picture is older than our asking.
+    // Whether the outcome is known with this record.  A request of another writer may still be answered before ours:
+    // its picture is older than our asking.  The picture is looked at with the last line, when it has been published.
     bool Take(const LogRecord& record) {
         const std::string& message = record.message;
-        if (message == "kt_md_capture success") {
-            m_Taken = Picture::Snapshot().NotBefore(m_Asked);
-        } else if (message == "kt_md_capture failed" || message == "Capture not initialized") {
+        if (message == "kt_md_capture failed" || message == "Capture not initialized") {
             m_Error = message;
-        } else if (m_Taken && (Begins(message, "Resize complete.") || Begins(message, "GetSize failed."))) {
+        } else if (Begins(message, "Resize complete.") || Begins(message, "GetSize failed.")) {
             m_Note = record.level == "ERR" ? message : "";
-            return true;
+            return Picture::Snapshot().NotBefore(m_Asked);
         } else if (Begins(message, "copy finished: `" + qz::common::LIVEVIEW_FAILED_PATH + "` to `" +
                                        qz::common::LIVEVIEW_PATH)) {
             throw Failure{PICTURE_FAILED, "picture failed",
@@ -143,7 +141,6 @@ public:
 
 private:
     const timespec m_Asked;
-    bool m_Taken = false;
     std::string m_Error;
     std::string m_Note; // why there is no live view
 };
