@@ -13,16 +13,15 @@
 #include "common/Constants.h"
 
 // What the benchmarks share: clocks, medians, and the report of figures beside their limits.  Times are in
-// microseconds.  Every variant of a comparison runs in turn in one process, so that what disturbs the machine
-// disturbs all of them.
+// microseconds.  Every variant of a comparison runs in turn in one process, so that what disturbs the machine disturbs
+// all of them.
 namespace qz::benchmarks {
 
 // The daemon's, on the private appliance (scripts/appliance.sh).
 inline const std::string LOG_DIRECTORY = common::LOG_DIR + "/agent";
 
 inline double WallTime() {
-    return std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now().time_since_epoch())
-        .count();
+    return std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
 // Of this process, all its threads, and of the children it has waited for.
@@ -82,13 +81,13 @@ public:
             rounds.push_back(ours[i] / other[i]);
         const double ratio = Median(ours) / Median(other);
         Print(name, ratio, "x", limit);
-        std::printf("  quartiles %.3f to %.3f; %.4g us to %.4g us\n", Quantile(rounds, 0.25),
-                    Quantile(rounds, 0.75), Median(ours), Median(other));
+        std::printf("  quartiles %.3f to %.3f; %.4g us to %.4g us\n", Quantile(rounds, 0.25), Quantile(rounds, 0.75),
+                    Median(ours), Median(other));
     }
 
     // The median and the maximum, each with its limit.
-    void Bounded(const std::string& name, const std::vector<double>& samples, const char* unit,
-                 double medianLimit, double maximumLimit) {
+    void Bounded(const std::string& name, const std::vector<double>& samples, const char* unit, double medianLimit,
+                 double maximumLimit) {
         Print(name + ", median", Median(samples), unit, medianLimit);
         std::printf("\n");
         Print(name + ", longest", Maximum(samples), unit, maximumLimit);

@@ -1,5 +1,5 @@
-// The daemon's start and its ends: how long from the trigger to the exit of the process, idle in its select;
-// how long from the start to "[Ready]"; the idle daemon's memory.  Run in scripts/appliance.sh.
+// The daemon's start and its ends: how long from the trigger to the exit of the process, idle in its select; how long
+// from the start to "[Ready]"; the idle daemon's memory.  Run in scripts/appliance.sh.
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
@@ -71,8 +71,7 @@ double LineTime(const std::string& log, const std::string& text) {
 }
 
 double SystemTime() {
-    return std::chrono::duration<double, std::milli>(std::chrono::system_clock::now().time_since_epoch())
-        .count();
+    return std::chrono::duration<double, std::milli>(std::chrono::system_clock::now().time_since_epoch()).count();
 }
 
 double ResidentMiB(pid_t pid) {

@@ -1,5 +1,5 @@
-// The shared library against the system's own programs: digests of a large file in the page cache, encryption
-// of the largest file that the byte buffer takes, and the hash against a plain loop of the same steps.
+// The shared library against the system's own programs: digests of a large file in the page cache, encryption of the
+// largest file that the byte buffer takes, and the hash against a plain loop of the same steps.
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -89,11 +89,11 @@ void Encryption(Report& report) {
     std::vector<double> encrypt, theirEncrypt, decrypt, theirDecrypt;
     for (int round = 0; round < ROUNDS; ++round) {
         encrypt.push_back(Time([&] { return Util::SaveToEnc(path); }));
-        theirEncrypt.push_back(Run({"openssl", "enc", "-aes-256-cbc", "-K", key, "-iv", iv, "-in", path,
-                                    "-out", FOLDER + "theirs.enc"}));
+        theirEncrypt.push_back(
+            Run({"openssl", "enc", "-aes-256-cbc", "-K", key, "-iv", iv, "-in", path, "-out", FOLDER + "theirs.enc"}));
         decrypt.push_back(Time([&] { return Util::SaveToDec(FOLDER + "theirs.enc"); }));
-        theirDecrypt.push_back(Run({"openssl", "enc", "-d", "-aes-256-cbc", "-K", key, "-iv", iv, "-in",
-                                    path + ".enc", "-out", FOLDER + "back"}));
+        theirDecrypt.push_back(Run({"openssl", "enc", "-d", "-aes-256-cbc", "-K", key, "-iv", iv, "-in", path + ".enc",
+                                    "-out", FOLDER + "back"}));
     }
     Run({"cmp", path, FOLDER + "back"});
     Run({"cmp", path, FOLDER + "theirs"});
@@ -101,8 +101,8 @@ void Encryption(Report& report) {
     report.Ratio("SaveToDec / openssl enc -d, 50 MiB", decrypt, theirDecrypt, 1.3);
 }
 
-// The steps of the hash's four-byte blocks and of its end, for lengths that are a multiple of four.
-// Called like a library's function: what the compiler knows of it must not shorten the measurement.
+// The steps of the hash's four-byte blocks and of its end, for lengths that are a multiple of four.  Called like a
+// library's function: what the compiler knows of it must not shorten the measurement.
 __attribute__((noipa)) uint32_t PlainLoop(const char* data, uint32_t length) {
     uint32_t hash = length;
     for (uint32_t at = 0; at < length; at += 4) {

@@ -1,5 +1,5 @@
-// What a log line costs its caller, against spdlog's asynchronous logger writing the same bytes, and what a
-// disabled one costs, against one load and one comparison.  Run in scripts/appliance.sh.
+// What a log line costs its caller, against spdlog's asynchronous logger writing the same bytes, and what a disabled
+// one costs, against one load and one comparison.  Run in scripts/appliance.sh.
 #include <spdlog/async.h>
 #include <spdlog/sinks/basic_file_sink.h>
 #include <spdlog/spdlog.h>
@@ -21,8 +21,8 @@ using qz::common::FileLogger;
 namespace qz::benchmarks {
 
 constexpr size_t BURSTS = 4000;
-// Before each burst, so that both workers are idle again; of changing length, for no worker's waits to keep
-// step with the bursts.
+// Before each burst, so that both workers are idle again; of changing length, for no worker's waits to keep step with
+// the bursts.
 constexpr int LEAST_PAUSE = 1500; // microseconds
 constexpr int PAUSE_RANGE = 1000;
 constexpr size_t QUEUE_SIZE = 8192;
@@ -118,11 +118,9 @@ size_t LineLength(const std::string& path, size_t count) {
 
 int main() {
     using namespace qz::benchmarks;
-    const std::string ourFile =
-        LOG_DIRECTORY + "/ours-" + FileLogger::GetDateFormat(time(nullptr), "%Y%m%d") + ".log";
+    const std::string ourFile = LOG_DIRECTORY + "/ours-" + FileLogger::GetDateFormat(time(nullptr), "%Y%m%d") + ".log";
     const std::string peerFile = LOG_DIRECTORY + "/peer.log";
-    Require(FileLogger::instance()->Initialize(LOG_DIRECTORY, "ours", PRODUCTION_LEVEL, "%Y%m%d", false),
-            "no log");
+    Require(FileLogger::instance()->Initialize(LOG_DIRECTORY, "ours", PRODUCTION_LEVEL, "%Y%m%d", false), "no log");
     spdlog::init_thread_pool(QUEUE_SIZE, 1);
     peer = spdlog::create_async<spdlog::sinks::basic_file_sink_mt>("peer", peerFile); // the block policy
     peer->set_pattern("%Y-%m-%d %H:%M:%S.%e||INF|NA|[%P][%!] %v [L:%#]");
@@ -130,8 +128,7 @@ int main() {
     Report report("The log");
     CompareBursts(report, 1, 1.5);
     CompareBursts(report, 10, 2.0);
-    // A quarter of a nanosecond each: the limit leaves room for how the two loops lie in memory, not for a
-    // call.
+    // A quarter of a nanosecond each: the limit leaves room for how the two loops lie in memory, not for a call.
     CompareDisabled(report, 1.5);
 
     FileLogger::instance()->Drain(std::chrono::seconds(1));

@@ -1,5 +1,5 @@
-// What a request costs beyond what it cannot do without: Capture::XEncCapture against rename, posix_spawn of
-// the same djpeg with the same arguments, waitpid, rename.  Run in scripts/appliance.sh.
+// What a request costs beyond what it cannot do without: Capture::XEncCapture against rename, posix_spawn of the same
+// djpeg with the same arguments, waitpid, rename.  Run in scripts/appliance.sh.
 //
 //     bench_request [LOG-LEVEL]      4 as in production; 1 shows what the log lines cost
 #include <dlfcn.h>
@@ -29,8 +29,8 @@ namespace qz::benchmarks {
 namespace {
 
 constexpr size_t ROUNDS = 101;
-constexpr size_t BLOCK = 10;                   // rounds between taking and giving back the resident memory
-constexpr size_t RESIDENT = size_t{200} << 20; // bytes
+constexpr size_t BLOCK = 10;                        // rounds between taking and giving back the resident memory
+constexpr size_t RESIDENT = size_t{200} << 20;      // bytes
 constexpr std::chrono::milliseconds SETTLE_TIME{2}; // for the log's worker to write the last line
 constexpr int PRODUCTION_LEVEL = 4;
 constexpr double UNCHANGED = 1.03; // what repeated runs differ by
@@ -96,8 +96,8 @@ void Floor(const char* fraction) {
     rename(common::LIVEVIEW_TMP_PATH.c_str(), common::LIVEVIEW_PATH.c_str());
 }
 
-// Both variants begin with the library's picture, so that it leaves the machine in the same state for both,
-// and in both its part is taken off.
+// Both variants begin with the library's picture, so that it leaves the machine in the same state for both, and in both
+// its part is taken off.
 struct Rounds {
     std::vector<Cost> request;
     std::vector<Cost> floor;
@@ -193,8 +193,8 @@ extern "C" int kt_md_capture(const char* path) {
 
 int main(int argc, char** argv) {
     using namespace qz::benchmarks;
-    Require(FileLogger::instance()->Initialize(
-                LOG_DIRECTORY, "request", argc > 1 ? std::atoi(argv[1]) : PRODUCTION_LEVEL, "%Y%m%d", false),
+    Require(FileLogger::instance()->Initialize(LOG_DIRECTORY, "request",
+                                               argc > 1 ? std::atoi(argv[1]) : PRODUCTION_LEVEL, "%Y%m%d", false),
             "no log");
     const std::string small = qz::common::TMP_DIR + "/small.jpg";
     const std::string large = qz::common::TMP_DIR + "/large.jpg";

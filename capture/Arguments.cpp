@@ -10,8 +10,8 @@ namespace qz::capture {
 
 namespace {
 
-// The appliance's programs call these options as they are: -s and -? take an argument that is thrown away,
-// and -c takes one and does nothing.
+// The appliance's programs call these options as they are: -s and -? take an argument that is thrown away, and -c takes
+// one and does nothing.
 constexpr const char* SHORT_OPTIONS = "c:s:d?:";
 
 const option LONG_OPTIONS[] = {

@@ -12,8 +12,8 @@ public:
     Arguments(int argc, char** argv);
     virtual ~Arguments() = default;
 
-    // -1 when the options are exhausted.  A request for help and a wrong option print the usage text and end
-    // the process with status 0.
+    // -1 when the options are exhausted.  A request for help and a wrong option print the usage text and end the
+    // process with status 0.
     int Parsing(int argc, char** argv);
 
     // Writes the usage text to standard output.

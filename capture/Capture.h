@@ -18,12 +18,12 @@ namespace qz::capture {
 
 // The engine: one encoder session of the board's library, from the opening to the end, and what it publishes.
 //
-// A session runs from a successful Initialize in Run until any party ends it: the command pipe task, an event
-// of the library, a signal.  The first one to clear m_Running fulfils m_Promise, for which Run waits.
+// A session runs from a successful Initialize in Run until any party ends it: the command pipe task, an event of the
+// library, a signal.  The first one to clear m_Running fulfils m_Promise, for which Run waits.
 //
 // Threads, behind each operation: main; command (the command pipe task); library (the encoder library's own);
-// dispatcher (the signals').  Flags and states are atomics: each is one fact, and nothing depends on reading
-// two of them at the same instant.
+// dispatcher (the signals').  Flags and states are atomics: each is one fact, and nothing depends on reading two of
+// them at the same instant.
 class Capture : public SignalEventObserver {
 public:
     // Touches neither the library nor the configuration.
@@ -37,16 +37,16 @@ public:
 
     // --- CaptureSession.cpp: opening, re-opening and closing the encoder
 
-    // Opens the library and starts encoding with the configured rotation; whether the session is usable.  A
-    // failure leaves open what was opened, for Destory.  False without a word while a session is running.
+    // Opens the library and starts encoding with the configured rotation; whether the session is usable.  A failure
+    // leaves open what was opened, for Destory.  False without a word while a session is running.
     bool Initialize(); // main
 
-    // Re-opens the session with the rotation of a screen mode (0 to 3 quarter turns, any other none), which
-    // becomes the configured one.  Takes a second when it succeeds.
+    // Re-opens the session with the rotation of a screen mode (0 to 3 quarter turns, any other none), which becomes the
+    // configured one.  Takes a second when it succeeds.
     void resetScreenMode(int32_t mode); // command
 
-    // Closes whatever the flags say is open.  Stages that were not open are reported as failures: that is how
-    // a partial start shows in the log.  (The spelling is the interface.)
+    // Closes whatever the flags say is open.  Stages that were not open are reported as failures: that is how a partial
+    // start shows in the log.  (The spelling is the interface.)
     void Destory(); // main
     void Stop();    // main; the same
 
@@ -62,8 +62,7 @@ public:
     static std::string CovertStrEvent(int code);
     static std::string CovertStrState(H264EncState state);
 
-    // Logs the event and, for those that the session cannot outlive, ends the session.  False for a null
-    // user.
+    // Logs the event and, for those that the session cannot outlive, ends the session.  False for a null user.
     static bool onXEncSysEvent(int event, int param, void* user); // library
     static bool onXEncMdEvent(int event, int param, void* user);  // library
 
@@ -83,27 +82,27 @@ public:
 
     // --- CaptureRun.cpp
 
-    // Runs one session, once per object: 1 after an orderly end, -1 when it did not start or has run before.
-    // Waits for the command pipe task, so that nothing is closed beside it; EndWatch bounds the wait.
+    // Runs one session, once per object: 1 after an orderly end, -1 when it did not start or has run before.  Waits for
+    // the command pipe task, so that nothing is closed beside it; EndWatch bounds the wait.
     int Run(); // main
 
     // --- CaptureCommands.cpp
 
-    // Serves the command pipe until the session ends, or ends it: on "capture_end", when the pipe fails and
-    // when no snapshot has succeeded for more than ten seconds.
+    // Serves the command pipe until the session ends, or ends it: on "capture_end", when the pipe fails and when no
+    // snapshot has succeeded for more than ten seconds.
     void taskMdCapture(); // command
 
     // --- CaptureSnapshot.cpp: one picture, published
 
-    // Takes a snapshot and refreshes the live view.  True when the library wrote a picture; a failed
-    // conversion keeps the last live view and is no failure.
+    // Takes a snapshot and refreshes the live view.  True when the library wrote a picture; a failed conversion keeps
+    // the last live view and is no failure.
     bool XEncCapture(); // command; holds m_XEncMutex throughout
 
     // Converts the published snapshot into the live view.
     void Resize(); // command
 
-    // Copies a file byte by byte, over a destination that is removed first.  False without a line for an
-    // empty name and for a source that is missing or a directory; the destination then stays.
+    // Copies a file byte by byte, over a destination that is removed first.  False without a line for an empty name and
+    // for a source that is missing or a directory; the destination then stays.
     static bool CopyFileBinary(std::string src, std::string dst); // main, command
 
     // Rate (percent of the original, in tens) and the decoder's scale for a picture: pure.
@@ -120,8 +119,8 @@ private:
     bool StartEncoder();                     // kt_md_start's result
 
     // --- CaptureEvents.cpp
-    // The one way a session ends: whoever clears m_Running fulfils the promise and wakes the command pipe
-    // task.  No effect while no session is running.
+    // The one way a session ends: whoever clears m_Running fulfils the promise and wakes the command pipe task.  No
+    // effect while no session is running.
     void EndSession(); // any thread
 
     // --- CaptureRun.cpp
@@ -148,8 +147,7 @@ private:
     std::atomic<bool> m_WasRun{false};      // Run was called
     std::atomic<int> m_MdState{STATE_ZERO}; // written by the state callback
 
-    qz::common::UniqueFd
-        m_EndEvent; // an eventfd in the command pipe task's select set: the session has ended
+    qz::common::UniqueFd m_EndEvent; // an eventfd in the command pipe task's select set: the session has ended
     std::future<void> m_CommandTask; // ready once the task has left the engine; its state is not the engine's
     std::chrono::system_clock::time_point m_LastSuccess; // command only
 

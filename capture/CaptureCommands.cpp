@@ -60,8 +60,8 @@ void Capture::taskMdCapture() {
         UniqueFd fd(open(CAPTURE_FIFO_PATH.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
         if (fd.Valid()) {
             pipe.reset(fdopen(fd.Get(), "r"));
-            // The stream's descriptor now, or, without a stream, left open: writers then see a reader as long
-            // as the session goes on without this task.
+            // The stream's descriptor now, or, without a stream, left open: writers then see a reader as long as the
+            // session goes on without this task.
             (void)fd.Release();
             if (!pipe) {
                 QZ_LOG(ERR, "FIFO open failed");
@@ -93,8 +93,7 @@ void Capture::ServePipe(int pipe) {
             return;
         }
 
-        // The clock is the system's: the limit is one for people, and what drives it is the writers' clock
-        // too.
+        // The clock is the system's: the limit is one for people, and what drives it is the writers' clock too.
         const auto idle = std::chrono::system_clock::now() - m_LastSuccess;
         if (std::chrono::duration_cast<std::chrono::seconds>(idle) > IDLE_LIMIT) {
             QZ_LOG(ERR, "no requests for 10sec");

@@ -14,8 +14,8 @@ namespace qz::capture {
 
 namespace {
 
-// Whether an event ends the session depends on where it comes from: a button that arrives as a media event,
-// or an HDMI event that arrives as a system event, ends nothing.
+// Whether an event ends the session depends on where it comes from: a button that arrives as a media event, or an HDMI
+// event that arrives as a system event, ends nothing.
 enum Ending { ENDS_NOTHING, ENDS_AS_SYSTEM, ENDS_AS_MEDIA };
 
 struct Event {
@@ -61,8 +61,7 @@ bool Ends(int code, Ending ending) {
     return event && event->ending == ending;
 }
 
-constexpr const char* STATE_TEXTS[] = {"STATE_ZERO", "STATE_INIT", "STATE_SETUP", "STATE_SETUP_VENC",
-                                       "STATE_ENCODING"};
+constexpr const char* STATE_TEXTS[] = {"STATE_ZERO", "STATE_INIT", "STATE_SETUP", "STATE_SETUP_VENC", "STATE_ENCODING"};
 
 constexpr int WAKE_ATTEMPTS = 3;
 constexpr int FORWARDED_ABOVE = 4; // the library's own log level

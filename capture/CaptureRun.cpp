@@ -45,8 +45,8 @@ int Capture::Run() {
     } // GCOV_EXCL_STOP
     QZ_LOG(INF, "Initialize succeed");
 
-    // Also when the session has ended by now: whoever ended it fulfils the promise, so the result does not
-    // depend on the timing.
+    // Also when the session has ended by now: whoever ended it fulfils the promise, so the result does not depend on
+    // the timing.
     const int result = m_Future.get();
     EndWatch::begin(0);
     WaitForCommandTask();
@@ -57,8 +57,7 @@ bool Capture::StartCommandTask() {
     std::promise<void> ended;
     m_CommandTask = ended.get_future();
     try {
-        // Detached: what tells of its end is the promise, whose state outlives both the thread and the
-        // engine.
+        // Detached: what tells of its end is the promise, whose state outlives both the thread and the engine.
         std::thread([this, ended = std::move(ended)]() mutable {
             taskMdCapture();
             ended.set_value();

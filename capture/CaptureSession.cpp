@@ -32,8 +32,8 @@ int32_t Capture::Rotation(int32_t mode) {
     }
 }
 
-// The numbers are those of this board.  What they mean beyond their setters' names is the library's own.  The
-// results of the registrations and setters are not tested: kt_md_init is where the library answers for them.
+// The numbers are those of this board.  What they mean beyond their setters' names is the library's own.  The results
+// of the registrations and setters are not tested: kt_md_init is where the library answers for them.
 bool Capture::ConfigureEncoder(int32_t rotation) {
     kt_sys_setCallback(onXEncSysEvent, this);
     kt_md_setLogfunc(onXEncLog);
@@ -86,8 +86,7 @@ bool Capture::Initialize() {
 void Capture::resetScreenMode(int32_t mode) {
     Config::instance()->SetScreenMode(mode);
 
-    // The library itself stays open.  On success the flags are not written: they were true and are true
-    // again.
+    // The library itself stays open.  On success the flags are not written: they were true and are true again.
     if (kt_md_stop() == 0 || kt_md_uninit() == 0) {
         m_MdStart = false;
         QZ_LOG(INF, "ScreenModeChange failed: " << mode);

@@ -40,8 +40,7 @@ struct ScaleStep {
     const char* fraction;
 };
 
-// Every other rate is converted at full size, 0 (a picture of more than ten times the target) included:
-// deliberate.
+// Every other rate is converted at full size, 0 (a picture of more than ten times the target) included: deliberate.
 constexpr ScaleStep SCALE_STEPS[] = {{10, "1/8"}, {20, "2/8"}, {30, "3/8"}, {40, "3/8"}, {50, "4/8"},
                                      {60, "5/8"}, {70, "5/8"}, {80, "6/8"}, {90, "7/8"}};
 
@@ -105,8 +104,7 @@ void Capture::Resize() {
         QZ_LOG(ERR, "GetSize failed. jpegSize: " << width << " X " << height);
         return;
     }
-    const bool vertical =
-        Config::instance()->ScreenMode() % 2 == 1; // signed: a negative mode is not vertical
+    const bool vertical = Config::instance()->ScreenMode() % 2 == 1; // signed: a negative mode is not vertical
     const Scale scale = ScaleFor(width, height, vertical);
 
     // A leftover of an interrupted conversion must not be published when this one leaves nothing.

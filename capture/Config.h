@@ -6,23 +6,21 @@
 
 namespace qz::capture {
 
-// The daemon's one run-time setting, the screen mode: 0 to 3 quarter turns of the input.  No range is imposed
-// here.
+// The daemon's one run-time setting, the screen mode: 0 to 3 quarter turns of the input.  No range is imposed here.
 //
-// Threads: instance is first called on the main thread before there are others; the screen mode may be read
-// and set on any thread.
+// Threads: instance is first called on the main thread before there are others; the screen mode may be read and set on
+// any thread.
 class Config {
 public:
     // Made on the first call and never deleted.
     static Config* instance();
     virtual ~Config() = default;
 
-    // The variable's text, trimmed; whether it is set and not blank.  An unset variable leaves value as it
-    // was.
+    // The variable's text, trimmed; whether it is set and not blank.  An unset variable leaves value as it was.
     bool GetEnvString(const std::string& name, std::string& value);
 
-    // The variable as a decimal number, as std::stoi reads it.  An unset or blank variable leaves value as it
-    // was; a text that is no number, or does not fit, sets it to 0.  Both are false.
+    // The variable as a decimal number, as std::stoi reads it.  An unset or blank variable leaves value as it was; a
+    // text that is no number, or does not fit, sets it to 0.  Both are false.
     bool GetEnvInteger(const std::string& name, int& value);
 
     // Reads QZ_SCREEN_MODE; false when the screen mode did not come from it.

@@ -27,8 +27,8 @@ constexpr int WARNING = 2;
 
 constexpr char GIF_TRAILER = ';'; // the last byte of every whole GIF file
 
-// What posix_spawn is told about the child: nothing inherited but 0 to 2, which lead nowhere, no signal
-// blocked, and those that this process ignores back at their defaults.
+// What posix_spawn is told about the child: nothing inherited but 0 to 2, which lead nowhere, no signal blocked, and
+// those that this process ignores back at their defaults.
 class SpawnSetup {
 public:
     SpawnSetup() {
@@ -63,9 +63,7 @@ public:
             arguments.push_back(&argument[0]);
         arguments.push_back(nullptr);
         pid_t child = 0;
-        return posix_spawn(&child, arguments[0], &m_Files, &m_Attributes, arguments.data(), environ) == 0
-                   ? child
-                   : 0;
+        return posix_spawn(&child, arguments[0], &m_Files, &m_Attributes, arguments.data(), environ) == 0 ? child : 0;
     }
 
 private:
@@ -111,8 +109,8 @@ pid_t Converter::Start(const char* scale, const std::string& dst, const std::str
     return child;
 }
 
-// Waits for the child.  False when somebody else has collected its status: the kernel, where SIGCHLD is
-// ignored, or a library that collects every child.
+// Waits for the child.  False when somebody else has collected its status: the kernel, where SIGCHLD is ignored, or a
+// library that collects every child.
 bool Converter::Collect(pid_t child, int& status) {
     // Without collecting it at first, so that its pid stays its own until no one can kill it any more.
     siginfo_t info{};

@@ -8,12 +8,12 @@
 
 namespace qz::capture {
 
-// The external decoder, djpeg in the program directory, which turns a JPEG file into a scaled GIF file. There
-// is at most one at a time in the process.
+// The external decoder, djpeg in the program directory, which turns a JPEG file into a scaled GIF file. There is at
+// most one at a time in the process.
 class Converter {
 public:
-    // Converts the picture src into dst with a scale such as "4/8", and waits for the decoder to end. Whether
-    // dst holds a picture now; after a false one there may be a piece of one.  False at once after Bar.
+    // Converts the picture src into dst with a scale such as "4/8", and waits for the decoder to end. Whether dst holds
+    // a picture now; after a false one there may be a piece of one.  False at once after Bar.
     bool Convert(const char* scale, const std::string& dst, const std::string& src); // command
 
     // Kills the decoder that is running and lets no other one start.

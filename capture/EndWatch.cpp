@@ -21,8 +21,7 @@ namespace qz::capture {
 
 namespace {
 
-// After the session's end.  The rest of the five seconds is for what follows each: the last lines, the files,
-// the exit.
+// After the session's end.  The rest of the five seconds is for what follows each: the last lines, the files, the exit.
 constexpr std::chrono::milliseconds LIBRARY_LIMIT{4000};
 constexpr std::chrono::milliseconds EXIT_LIMIT{4700};
 constexpr std::chrono::milliseconds LAST_LINES{500};

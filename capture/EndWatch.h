@@ -4,10 +4,10 @@
 
 namespace qz::capture {
 
-// Bounds the end of the process: from the session's end to the exit it takes less than the five seconds that
-// a stop request grants, whatever the encoder library, a decoder or the log's disk does.  A thread of its own
-// watches main's way to the exit.  When the time is up it says in the log which wait it gives up, releases
-// what would outlive the process, and ends it; nothing is destroyed that a hanging thread may still use.
+// Bounds the end of the process: from the session's end to the exit it takes less than the five seconds that a stop
+// request grants, whatever the encoder library, a decoder or the log's disk does.  A thread of its own watches main's
+// way to the exit.  When the time is up it says in the log which wait it gives up, releases what would outlive the
+// process, and ends it; nothing is destroyed that a hanging thread may still use.
 //
 // Threads: main, all of it.  Once the watch has given up, no operation returns any more.
 class EndWatch {
@@ -19,8 +19,8 @@ public:
         EXIT     // nothing
     };
 
-    // Starts the watching thread.  release is called on it, at most once; it frees the single instance.
-    // False, after a line, when there is no thread.
+    // Starts the watching thread.  release is called on it, at most once; it frees the single instance.  False, after a
+    // line, when there is no thread.
     static bool start(std::function<void()> release);
 
     // The session has ended; the process is to end with this status.  The first call counts.

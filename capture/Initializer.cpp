@@ -39,8 +39,8 @@ struct LogSettings {
 LogSettings& logSettings = *new LogSettings;
 
 bool OpenLog() {
-    return FileLogger::instance()->Initialize(logSettings.directory, logSettings.name, logSettings.level,
-                                              "%Y%m%d", false);
+    return FileLogger::instance()->Initialize(logSettings.directory, logSettings.name, logSettings.level, "%Y%m%d",
+                                              false);
 }
 
 void ReopenLog() {

@@ -9,8 +9,7 @@ class SignalEventObserver {
 public:
     virtual ~SignalEventObserver() = default;
 
-    // Called on the signal dispatcher's thread, once per signal.  The pid is always -1: the sender is not
-    // known.
+    // Called on the signal dispatcher's thread, once per signal.  The pid is always -1: the sender is not known.
     virtual void OnSignalEvent(int signal, pid_t pid) = 0;
 };
 

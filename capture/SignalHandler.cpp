@@ -1,5 +1,4 @@
-// Signals: setupSignal, the handler, the dispatcher, the end by a fault.  Tested in
-// tests/daemon/DaemonTest.cpp.
+// Signals: setupSignal, the handler, the dispatcher, the end by a fault.  Tested in tests/daemon/DaemonTest.cpp.
 #include "capture/SignalHandler.h"
 
 #include <fcntl.h>
@@ -34,12 +33,11 @@ struct HandledSignal {
     bool fault;
 };
 
-// In the order of installation.  SIGKILL cannot be caught; its "registered" line is part of what readers of
-// the log expect at its start.
-constexpr HandledSignal HANDLED_SIGNALS[] = {{SIGTERM, false}, {SIGINT, false},  {SIGSEGV, true},
-                                             {SIGABRT, true},  {SIGILL, true},   {SIGFPE, true},
-                                             {SIGQUIT, false}, {SIGKILL, false}, {SIGTSTP, false},
-                                             {SIGHUP, false},  {SIGUSR1, false}, {SIGALRM, false}};
+// In the order of installation.  SIGKILL cannot be caught; its "registered" line is part of what readers of the log
+// expect at its start.
+constexpr HandledSignal HANDLED_SIGNALS[] = {{SIGTERM, false}, {SIGINT, false}, {SIGSEGV, true},  {SIGABRT, true},
+                                             {SIGILL, true},   {SIGFPE, true},  {SIGQUIT, false}, {SIGKILL, false},
+                                             {SIGTSTP, false}, {SIGHUP, false}, {SIGUSR1, false}, {SIGALRM, false}};
 
 // The pipe that wakes the dispatcher.  Both ends live as long as the process: a signal may come at any time.
 std::atomic<int> readEnd{-1};
@@ -98,9 +96,9 @@ void Pause(time_t seconds, long nanoseconds) {
     }
 }
 
-// Up to the end of this namespace, and endByFault: the end by a signal, which writes no counters;
-// tests/daemon looks at it from outside.  GCOV_EXCL_START What system() would do, without its lock, and
-// without waiting for ever.  posix_spawn neither allocates nor takes the locks that a plain fork takes.
+// Up to the end of this namespace, and endByFault: the end by a signal, which writes no counters; tests/daemon looks at
+// it from outside.  GCOV_EXCL_START What system() would do, without its lock, and without waiting for ever.
+// posix_spawn neither allocates nor takes the locks that a plain fork takes.
 void RunInShell(const char* command) {
     posix_spawnattr_t attributes;
     if (posix_spawnattr_init(&attributes) != 0)
@@ -188,8 +186,7 @@ void SignalHandler::setSignalAction(int signal) {
     m_SigactNew[signal].sa_handler = handleSignal;
     sigemptyset(&m_SigactNew[signal].sa_mask);
     if (IsFault(signal))
-        m_SigactNew[signal].sa_mask =
-            HandledSignals(true); // another fault that is sent cannot cut in on the first
+        m_SigactNew[signal].sa_mask = HandledSignals(true); // another fault that is sent cannot cut in on the first
     sigaction(signal, &m_SigactNew[signal], &m_SigactOrg[signal]);
     QZ_LOG(INF, " * handler registered. SetupSignal (" << strsignal(signal) << ":" << signal << ")");
 }

@@ -30,9 +30,9 @@ void SleepMicroseconds(int count) {
     std::this_thread::sleep_for(std::chrono::microseconds(count));
 }
 
-// What a parent may have left, and what the system has for it: signals that are blocked or ignored, a file
-// size limit that would end the process instead of failing the write, closed standard descriptors.  Nothing
-// that is opened later, a lock or the log, may land on one of those.
+// What a parent may have left, and what the system has for it: signals that are blocked or ignored, a file size limit
+// that would end the process instead of failing the write, closed standard descriptors.  Nothing that is opened later,
+// a lock or the log, may land on one of those.
 void SetAsideWhatIsInherited() {
     signal(SIGCHLD, SIG_DFL); // ignored, the decoder's status would be nobody's
     signal(SIGXFSZ, SIG_IGN);
@@ -66,8 +66,7 @@ int main(int argc, char** argv) {
     prctl(PR_SET_PDEATHSIG, SIGTERM); // the daemon does not outlive its parent
 
     QZ_LOG(INF, RULER);
-    QZ_LOG(INF,
-           "*      TORMEL PLINTA CAPTURE v" << Util::GetVersion(VersionType::BUILD_SECOND_HALF) << "     *");
+    QZ_LOG(INF, "*      TORMEL PLINTA CAPTURE v" << Util::GetVersion(VersionType::BUILD_SECOND_HALF) << "     *");
     QZ_LOG(INF, RULER);
 
     auto* engine = new Capture();

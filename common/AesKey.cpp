@@ -74,10 +74,9 @@ AesKey::Cipher::Cipher(const AesKey& key, Direction direction) : m_Context(EVP_C
                                : key.m_KeyLength == 24 ? EVP_aes_192_cbc()
                                                        : EVP_aes_256_cbc();
     // Only the encryption pads: at decryption the padding is taken on trust, which libcrypto would not do.
-    m_Good =
-        m_Context &&
-        EVP_CipherInit_ex(m_Context, cipher, nullptr, Bytes(key.m_Key), Bytes(key.m_IV), direction) == 1 &&
-        EVP_CIPHER_CTX_set_padding(m_Context, direction == ENCRYPT) == 1;
+    m_Good = m_Context &&
+             EVP_CipherInit_ex(m_Context, cipher, nullptr, Bytes(key.m_Key), Bytes(key.m_IV), direction) == 1 &&
+             EVP_CIPHER_CTX_set_padding(m_Context, direction == ENCRYPT) == 1;
 }
 
 AesKey::Cipher::~Cipher() {

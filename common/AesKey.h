@@ -9,23 +9,22 @@ struct evp_cipher_ctx_st; // libcrypto's EVP_CIPHER_CTX
 
 namespace qz::common {
 
-// What encryption and decryption share: key, IV and the reading of files.  The default key and IV are
-// constants of this program, the same in every appliance: they keep files from casual readers, not from
-// anyone who has the program.
+// What encryption and decryption share: key, IV and the reading of files.  The default key and IV are constants of this
+// program, the same in every appliance: they keep files from casual readers, not from anyone who has the program.
 class AesKey {
 public:
     AesKey();
     virtual ~AesKey() = default;
 
-    // Takes a copy of a key of 16, 24 or 32 bytes (AES-128, -192, -256).  Any other length is refused, and
-    // the key stays.
+    // Takes a copy of a key of 16, 24 or 32 bytes (AES-128, -192, -256).  Any other length is refused, and the key
+    // stays.
     bool SetKey(PacketBuffer& key);
 
     // Takes a copy of an IV of 16 bytes; likewise.
     bool SetIV(PacketBuffer& iv);
 
-    // The file's bytes.  False when it is no regular file, cannot be opened or read as a whole, or is above
-    // the buffer's limit.
+    // The file's bytes.  False when it is no regular file, cannot be opened or read as a whole, or is above the
+    // buffer's limit.
     bool loadFileContent(std::string path, PacketBuffer& out);
 
 protected:
@@ -51,8 +50,8 @@ protected:
         bool m_Good;
     };
 
-    // Runs the cipher over the data into out, which has the result's length already; the data may be out's
-    // own.  The stored IV is not changed.  False when libcrypto fails.
+    // Runs the cipher over the data into out, which has the result's length already; the data may be out's own.  The
+    // stored IV is not changed.  False when libcrypto fails.
     bool Run(Direction direction, const char* data, int length, PacketBuffer& out) const;
     // Makes out exactly length bytes long, whatever it held.
     static bool Prepare(PacketBuffer& out, uint64_t length);

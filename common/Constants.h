@@ -2,9 +2,9 @@
 
 #include <string>
 
-// The names that the appliance's programs agree on.  Every source file that includes this header gets a copy
-// of its own, built by that file's static initialisation before main: the composed paths depend on nothing
-// outside this header, whatever the order in which the source files are initialised.
+// The names that the appliance's programs agree on.  Every source file that includes this header gets a copy of its
+// own, built by that file's static initialisation before main: the composed paths depend on nothing outside this
+// header, whatever the order in which the source files are initialised.
 namespace qz::common {
 
 // Identity and version.  The running version text comes from VERSION_FILE_PATH.

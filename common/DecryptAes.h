@@ -9,9 +9,9 @@ namespace qz::common {
 // Decrypts what EncryptAes made.
 class DecryptAes : public AesKey {
 public:
-    // False for no data and for a length that is no multiple of 16.  The padding is taken on trust: the last
-    // byte says how much to cut, so a wrong key gives garbage of some length and no error.  The data is
-    // either all of what out holds, and is then replaced, or lies elsewhere.
+    // False for no data and for a length that is no multiple of 16.  The padding is taken on trust: the last byte says
+    // how much to cut, so a wrong key gives garbage of some length and no error.  The data is either all of what out
+    // holds, and is then replaced, or lies elsewhere.
     bool CbcDecrypt(const char* data, unsigned length, PacketBuffer& out);
 
     // The same over a file's bytes; see loadFileContent.

@@ -14,8 +14,7 @@ namespace qz::common {
 
 namespace {
 
-constexpr int64_t PIECE =
-    64 * 1024; // bytes: what stays in the processor's cache from the reading to the writing
+constexpr int64_t PIECE = 64 * 1024; // bytes: what stays in the processor's cache from the reading to the writing
 
 } // namespace
 

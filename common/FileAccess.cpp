@@ -1,5 +1,4 @@
-// Regular files, opened and written.  Tested in tests/common/ProcessTest.cpp, LoggerTest.cpp and
-// LibraryTestBuffer.cpp.
+// Regular files, opened and written.  Tested in tests/common/ProcessTest.cpp, LoggerTest.cpp and LibraryTestBuffer.cpp.
 #include "common/FileAccess.h"
 
 #include <fcntl.h>

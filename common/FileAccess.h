@@ -21,8 +21,8 @@ struct FileIdentity {
     }
 };
 
-// Open a regular file, for writing made when it is missing, with the flags added.  Anything else is refused
-// at once, a FIFO that nobody has open at its other end too.
+// Open a regular file, for writing made when it is missing, with the flags added.  Anything else is refused at once, a
+// FIFO that nobody has open at its other end too.
 UniqueFd OpenRegularForReading(const char* path);
 UniqueFd OpenRegularForWriting(const char* path, int flags);
 

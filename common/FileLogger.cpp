@@ -30,8 +30,8 @@ constexpr size_t SPARE_LENGTH = 4096;
 
 constexpr size_t TIME_SIZE = 48; // with the terminating zero, for any year that fits a tm
 
-// YYYY-MM-DD HH:MM:SS.mmm.  The local time of a second is worked out once per thread.  Nothing here has a
-// destructor: a line may come from that of a static or thread_local object.
+// YYYY-MM-DD HH:MM:SS.mmm.  The local time of a second is worked out once per thread.  Nothing here has a destructor: a
+// line may come from that of a static or thread_local object.
 void FormatTime(char (&out)[TIME_SIZE]) {
     struct Second {
         time_t when = -1;
@@ -39,9 +39,9 @@ void FormatTime(char (&out)[TIME_SIZE]) {
     };
     thread_local Second second;
 
-    const int64_t nanoseconds = std::chrono::duration_cast<std::chrono::nanoseconds>(
-                                    std::chrono::system_clock::now().time_since_epoch())
-                                    .count();
+    const int64_t nanoseconds =
+        std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch())
+            .count();
     const auto when = static_cast<time_t>(nanoseconds / 1000000000);
     if (when != second.when) {
         tm local{};
@@ -142,9 +142,9 @@ void FileLogger::OpenForAppending(const std::string& path) {
     m_CutShort = false;
 }
 
-// A file that was removed, with its directory or alone, would swallow every line until the date changes.  And
-// a descriptor that was closed behind the logger's back may mean somebody else's file by now, which is
-// neither written nor closed here.
+// A file that was removed, with its directory or alone, would swallow every line until the date changes.  And a
+// descriptor that was closed behind the logger's back may mean somebody else's file by now, which is neither written
+// nor closed here.
 void FileLogger::ForgetLostFile() {
     if (!m_Stream.Valid())
         return;
@@ -240,8 +240,8 @@ void FileLogger::OnExecute(void* item) {
         KeepLine(std::move(line));
 }
 
-// A line that cannot be written (full disk) is lost, and the next one is tried afresh.  What was written of
-// it is taken back; where even that fails, the next line begins with a line end.
+// A line that cannot be written (full disk) is lost, and the next one is tried afresh.  What was written of it is taken
+// back; where even that fails, the next line begins with a line end.
 void FileLogger::Append(const std::string& text) {
     if (m_CutShort && WriteAll(m_Stream.Get(), "\n", 1) == 0)
         return;
@@ -267,8 +267,7 @@ std::unique_ptr<std::ostringstream> FileLogger::NewLine() {
 }
 
 void FileLogger::KeepLine(std::unique_ptr<std::ostringstream> line) {
-    static const std::ios& untouched =
-        *new std::ios(nullptr); // never destroyed: the worker may outlive statics
+    static const std::ios& untouched = *new std::ios(nullptr); // never destroyed: the worker may outlive statics
     line->str({});
     line->clear();
     line->copyfmt(untouched); // a message's manipulators are not the next one's
@@ -298,9 +297,8 @@ LogLine::LogLine(const LogTag& tag, std::string_view function, int sourceLine)
 LogLine::~LogLine() {
     if (std::uncaught_exceptions() > m_Exceptions)
         return; // half a message is none
-    // Past the stream's formatting state, so that the message's manipulators change nothing here.  A stream
-    // that a piece has failed (a null text) drops what follows, but the next line still begins on a line of
-    // its own.
+    // Past the stream's formatting state, so that the message's manipulators change nothing here.  A stream that a
+    // piece has failed (a null text) drops what follows, but the next line still begins on a line of its own.
     char suffix[32];
     const int length = m_Line->good() ? snprintf(suffix, sizeof suffix, " [L:%d]\n", m_SourceLine)
                                       : snprintf(suffix, sizeof suffix, "\n");

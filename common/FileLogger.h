@@ -34,22 +34,21 @@ constexpr LogTag TAG_WRN{"WRN", 3};
 constexpr LogTag TAG_INF{"INF", 4};
 constexpr LogTag TAG_DBG{"DBG", 6};
 
-// The process-wide text log.  A statement (QZ_LOG below) builds its whole line on the calling thread and
-// queues it; one worker appends the lines, in the order in which they were queued, to a file named after the
-// date and keeps the newest ten files.
+// The process-wide text log.  A statement (QZ_LOG below) builds its whole line on the calling thread and queues it; one
+// worker appends the lines, in the order in which they were queued, to a file named after the date and keeps the newest
+// ten files.
 //
 //     2026-11-16 10:06:09.123||INF|NA|[812][qz::capture::Capture::Resize] the message [L:87]
 //
 // Level 8 (or the console flag) sends every line to standard output instead.
 //
-// Threads: any thread may log and Drain, also from the destructor of a static or thread_local object.
-// instance is first called on the main thread, before there are others; Initialize and the destructor belong
-// to the main thread too.  The file and the rotation state are touched under m_FileLock, by Initialize and
-// the worker.
+// Threads: any thread may log and Drain, also from the destructor of a static or thread_local object.  instance is
+// first called on the main thread, before there are others; Initialize and the destructor belong to the main thread
+// too.  The file and the rotation state are touched under m_FileLock, by Initialize and the worker.
 class FileLogger : public IExecutor {
 public:
-    // The one logger, made on the first call with level 1, which writes nothing.  Deleting it ends it: the
-    // next call makes another.
+    // The one logger, made on the first call with level 1, which writes nothing.  Deleting it ends it: the next call
+    // makes another.
     static FileLogger* instance();
 
     // Ends the worker, hands the lines still queued to OnDeletor and closes the file.
@@ -59,14 +58,13 @@ public:
     FileLogger& operator=(const FileLogger&) = delete;
 
     // Starts the worker and opens <directory>/<name>-<date>.log; the directory exists already.  dateFormat is
-    // strftime's.  With closeAfterWrite the file is open only while a line is written.  False when there is
-    // no worker, and when the file did not open; each later line tries again.  Called once more, it goes on
-    // with the new file; lines still queued go there.
-    bool Initialize(const std::string& directory, const std::string& name, int level,
-                    const std::string& dateFormat, bool closeAfterWrite);
+    // strftime's.  With closeAfterWrite the file is open only while a line is written.  False when there is no worker,
+    // and when the file did not open; each later line tries again.  Called once more, it goes on with the new file;
+    // lines still queued go there.
+    bool Initialize(const std::string& directory, const std::string& name, int level, const std::string& dateFormat,
+                    bool closeAfterWrite);
 
-    // Queues a finished line.  True: the logger owns it now.  False (not initialised, queue full): the caller
-    // does.
+    // Queues a finished line.  True: the logger owns it now.  False (not initialised, queue full): the caller does.
     bool Write(std::ostringstream* line);
 
     // Waits until the worker has written every line queued before, for at most the given time.
@@ -81,21 +79,19 @@ public:
     // KiB by the size counter.
     int getFileSize() const;
 
-    // Opens today's file when it is not the open one and removes the oldest ones; whether a file is open.
-    // Before every line.
+    // Opens today's file when it is not the open one and removes the oldest ones; whether a file is open.  Before every
+    // line.
     bool CheckLogDate();
 
-    // Rotates by size.  Nothing calls it and nothing advances the size counter: this system rotates by date
-    // and count.
+    // Rotates by size.  Nothing calls it and nothing advances the size counter: this system rotates by date and count.
     bool CheckLogSize();
 
-    // Removes the oldest files above the limit, never fewer than 10 kept, and never the open one, which a
-    // clock that was set back may have made the oldest.
+    // Removes the oldest files above the limit, never fewer than 10 kept, and never the open one, which a clock that
+    // was set back may have made the oldest.
     void CheckLogCount();
 
-    // Adds the names of the log files to files and returns how many it holds: regular files in the directory
-    // whose names have that length, begin with the logger's name and end in ".log".  -1 when the directory
-    // cannot be read.
+    // Adds the names of the log files to files and returns how many it holds: regular files in the directory whose
+    // names have that length, begin with the logger's name and end in ".log".  -1 when the directory cannot be read.
     int GetLogFileList(std::set<std::string>& files, unsigned nameLength);
 
     void OnExecute(void* item) override; // an ostringstream from the heap: writes it, keeps or deletes it
@@ -107,8 +103,8 @@ public:
     // Everything that precedes the message.
     void WritePrefix(std::streambuf& out, const LogTag& tag, std::string_view function) const;
 
-    // An empty line for Write: one that was written before, where there is one, since making a stream costs
-    // more than filling it.  Any thread.
+    // An empty line for Write: one that was written before, where there is one, since making a stream costs more than
+    // filling it.  Any thread.
     std::unique_ptr<std::ostringstream> NewLine();
 
     // Whether lines go to standard output.
@@ -171,8 +167,8 @@ private:
     const int m_Exceptions = std::uncaught_exceptions(); // more of them at the end: a piece has thrown
 };
 
-// Where the function field stands in a compiler's pretty signature: between the last blank before the first
-// "(" and that "(".  Length 0 without a "(".
+// Where the function field stands in a compiler's pretty signature: between the last blank before the first "(" and
+// that "(".  Length 0 without a "(".
 struct FunctionSpan {
     size_t begin;
     size_t length;
@@ -195,8 +191,8 @@ constexpr std::string_view className(std::string_view signature) {
     return signature.substr(span.begin, span.length);
 }
 
-// The field of a signature whose span the compiler has worked out.  A class and no variable, so that QZ_LOG
-// stays an expression.
+// The field of a signature whose span the compiler has worked out.  A class and no variable, so that QZ_LOG stays an
+// expression.
 template <size_t begin, size_t length>
 struct LogFunction {
     static constexpr std::string_view In(const char* signature) { return {signature + begin, length}; }
@@ -211,19 +207,17 @@ struct LogDiscard {
 
 // QZ_LOG(INF, "Resize complete. jpegSize: " << width << " X " << height);
 //
-// The tag is one of ERR, WRN, INF, DBG.  Below the level no piece is evaluated.  One expression without names
-// of its own: it may stand in an if without braces, and a piece may use any name.  The function field comes
-// from the compiler's signature, so a statement stands in a named function that is no lambda and in no
-// unnamed namespace.
-#define QZ_LOG(tag, ...)                                                                                     \
-    (!::qz::common::FileLogger::Enabled(::qz::common::TAG_##tag.threshold))                                  \
-        ? static_cast<void>(0)                                                                               \
-        : ::qz::common::LogDiscard() &                                                                       \
-              ::qz::common::LogLine(::qz::common::TAG_##tag, QZ_LOG_FUNCTION(__PRETTY_FUNCTION__), __LINE__) \
-                      .Stream()                                                                              \
+// The tag is one of ERR, WRN, INF, DBG.  Below the level no piece is evaluated.  One expression without names of its
+// own: it may stand in an if without braces, and a piece may use any name.  The function field comes from the
+// compiler's signature, so a statement stands in a named function that is no lambda and in no unnamed namespace.
+#define QZ_LOG(tag, ...)                                                                                               \
+    (!::qz::common::FileLogger::Enabled(::qz::common::TAG_##tag.threshold))                                            \
+        ? static_cast<void>(0)                                                                                         \
+        : ::qz::common::LogDiscard() &                                                                                 \
+              ::qz::common::LogLine(::qz::common::TAG_##tag, QZ_LOG_FUNCTION(__PRETTY_FUNCTION__), __LINE__).Stream()  \
                   << __VA_ARGS__
 
 // The span is a template argument, so only a pointer and two constants remain at run time.
-#define QZ_LOG_FUNCTION(signature)                                                                           \
-    ::qz::common::LogFunction<::qz::common::functionSpan(signature).begin,                                   \
+#define QZ_LOG_FUNCTION(signature)                                                                                     \
+    ::qz::common::LogFunction<::qz::common::functionSpan(signature).begin,                                             \
                               ::qz::common::functionSpan(signature).length>::In(signature)

@@ -39,8 +39,8 @@ void AppendUtf8(std::string& out, uint32_t c) {
     }
 }
 
-// The next character of a zero-terminated text that has not ended, or U+FFFD for a maximal invalid piece;
-// moves on behind it.
+// The next character of a zero-terminated text that has not ended, or U+FFFD for a maximal invalid piece; moves on
+// behind it.
 uint32_t NextUtf8(const unsigned char*& at) {
     const unsigned char lead = *at++;
     if (lead < 0x80)

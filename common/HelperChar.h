@@ -6,8 +6,8 @@ namespace qz::common {
 
 // Character conversions.  Static, no state.  A null text gives an empty one.
 //
-// The Unicode conversions replace each maximal invalid piece by U+FFFD: what can begin a UTF-8 character but
-// does not go on as one, every other stray byte, a lone surrogate, a number above 0x10FFFF.
+// The Unicode conversions replace each maximal invalid piece by U+FFFD: what can begin a UTF-8 character but does not
+// go on as one, every other stray byte, a lone surrogate, a number above 0x10FFFF.
 //
 // Threads: any thread; the last two read the process's locale, which nobody may be setting meanwhile.
 class HelperChar {
@@ -16,9 +16,8 @@ public:
     static std::string LinuxWideCharToUTF8(const wchar_t* text);
     static std::wstring UTF8toLinuxWideChar(const char* text);
 
-    // UTF-16 to UTF-8 and back.  The second writes to the caller's buffer, ends it with a zero unit and
-    // returns the number of units before that.  A buffer of strlen(text) + 1 units always suffices.  A null
-    // buffer gives 0.
+    // UTF-16 to UTF-8 and back.  The second writes to the caller's buffer, ends it with a zero unit and returns the
+    // number of units before that.  A buffer of strlen(text) + 1 units always suffices.  A null buffer gives 0.
     static std::string WinWideChartoUTF8(const char16_t* text);
     static int UTF8toWinWideChar(const char* text, char16_t* out);
 

@@ -29,8 +29,8 @@ public:
         m_Fd = -1;
         return fd;
     }
-    // Closes the descriptor and takes over another.  False when the close failed, which is where a full disk
-    // may show for the first time.
+    // Closes the descriptor and takes over another.  False when the close failed, which is where a full disk may show
+    // for the first time.
     bool Reset(int fd = -1) {
         const bool closed = m_Fd < 0 || close(m_Fd) == 0;
         m_Fd = fd;

@@ -4,12 +4,12 @@
 
 namespace qz::common {
 
-// A growable byte buffer of at most 50 MiB.  Copies are deep.  The bytes are followed by a zero byte as long
-// as the capacity has room for one.
+// A growable byte buffer of at most 50 MiB.  Copies are deep.  The bytes are followed by a zero byte as long as the
+// capacity has room for one.
 //
-// A size or count that is negative, above the limit, or leads above it, makes an operation fail: nothing is
-// then allocated or changed.  A null pointer stands for no bytes; with a count above 0 it fails too.  The
-// bytes given to an operation may be the buffer's own.
+// A size or count that is negative, above the limit, or leads above it, makes an operation fail: nothing is then
+// allocated or changed.  A null pointer stands for no bytes; with a count above 0 it fails too.  The bytes given to an
+// operation may be the buffer's own.
 //
 // Threads: as any value.
 class PacketBuffer {
@@ -31,8 +31,8 @@ public:
     // Replaces the contents by a block of size zero bytes, none of them in use.
     bool Allocate(int size);
 
-    // Grows the capacity to size, the new bytes zero; or, with a size below the length, cuts the length to
-    // it.  A size between the two changes nothing.
+    // Grows the capacity to size, the new bytes zero; or, with a size below the length, cuts the length to it.  A size
+    // between the two changes nothing.
     bool Resize(int size);
 
     // Replaces the contents.
@@ -41,8 +41,8 @@ public:
     // Adds at the end, growing ahead by 2048 bytes.
     bool Append(const char* bytes, int count);
 
-    // Writes at an offset, growing as Append does; the length only ever grows.  Bytes between the old length
-    // and the offset are zero in memory that this buffer has not used before.
+    // Writes at an offset, growing as Append does; the length only ever grows.  Bytes between the old length and the
+    // offset are zero in memory that this buffer has not used before.
     bool CursorAppend(int cursor, const char* bytes, int count);
 
     // Says how many bytes are in use, after they were written through Data; at most the capacity.

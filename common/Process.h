@@ -11,8 +11,8 @@ const std::string LOCK_EXTENSION = ".lock";
 const std::string PID_DIR = "/var/run/";
 const std::string PID_EXTENSION = ".pid";
 
-// Keeps a daemon to one running instance per name, and lets a second invocation stop the running one.  The
-// guard is an exclusive lock on the lock file; the pid file says who holds it.
+// Keeps a daemon to one running instance per name, and lets a second invocation stop the running one.  The guard is an
+// exclusive lock on the lock file; the pid file says who holds it.
 //
 // Threads: main, at start-up, at a stop request and at exit.
 class Process {
@@ -28,16 +28,15 @@ public:
     // What follows the last "/" of the program path.
     const std::string& Name() const { return m_Name; }
 
-    // Makes the directories, takes the lock when asked to and writes the pid file.  False, after a line on
-    // standard output, when another instance holds the lock or the pid file cannot be written.
+    // Makes the directories, takes the lock when asked to and writes the pid file.  False, after a line on standard
+    // output, when another instance holds the lock or the pid file cannot be written.
     bool Init(bool lock);
 
-    // Removes the files of an instance that wrote them, while it still holds the lock, and then lets go of
-    // it.
+    // Removes the files of an instance that wrote them, while it still holds the lock, and then lets go of it.
     void Release();
 
-    // Takes the lock and keeps it: its descriptor, or -1 when somebody else holds it.  A lock held already is
-    // given up only for another one, taken on a file that has replaced the locked one.
+    // Takes the lock and keeps it: its descriptor, or -1 when somebody else holds it.  A lock held already is given up
+    // only for another one, taken on a file that has replaced the locked one.
     int Lock();
     void Unlock();
 

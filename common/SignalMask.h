@@ -4,9 +4,9 @@
 
 namespace qz::common {
 
-// Blocks every signal in the calling thread as long as it lives.  A thread that is started meanwhile is born,
-// and stays, with them blocked: the process's signals are for other threads.  A real fault in such a thread
-// ends the process at once, by the kernel.
+// Blocks every signal in the calling thread as long as it lives.  A thread that is started meanwhile is born, and
+// stays, with them blocked: the process's signals are for other threads.  A real fault in such a thread ends the
+// process at once, by the kernel.
 class AllSignalsBlocked {
 public:
     AllSignalsBlocked() {

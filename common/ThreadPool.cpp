@@ -12,8 +12,8 @@ namespace qz::common {
 
 namespace {
 
-// The enqueuer signals under the queue lock while a worker waits under the wait lock, so a wake-up can be
-// missed; this bounds what that costs.
+// The enqueuer signals under the queue lock while a worker waits under the wait lock, so a wake-up can be missed; this
+// bounds what that costs.
 constexpr std::chrono::milliseconds IDLE_WAIT{10};
 
 constexpr int JOIN_MILLISECONDS = 3000;
@@ -21,8 +21,8 @@ constexpr int JOIN_MILLISECONDS = 3000;
 } // namespace
 
 ThreadPool::ThreadPool(IExecutor* executor, int threadCount, int queueLimit)
-    : m_Executor(executor), m_ThreadCount(threadCount), m_QueueLimit(queueLimit), m_PendingCount(0),
-      m_BusyCount(0), m_Running(true) {
+    : m_Executor(executor), m_ThreadCount(threadCount), m_QueueLimit(queueLimit), m_PendingCount(0), m_BusyCount(0),
+      m_Running(true) {
     const AllSignalsBlocked blocked;
     try {
         for (int i = 0; i < m_ThreadCount; ++i)
@@ -34,8 +34,7 @@ ThreadPool::ThreadPool(IExecutor* executor, int threadCount, int queueLimit)
 
 ThreadPool::~ThreadPool() {
     {
-        // Under the lock, so that no worker is between its look at the flag and its wait: the end is not
-        // missed.
+        // Under the lock, so that no worker is between its look at the flag and its wait: the end is not missed.
         const std::lock_guard<std::mutex> lock(m_WaitLock);
         m_Running = false;
     }
@@ -59,8 +58,7 @@ bool ThreadPool::Enqueue(void* item) {
         return false;
     const std::lock_guard<std::mutex> lock(m_QueueLock);
     const size_t queued = m_Queue.size();
-    // The size before the append is what is compared, so the queue admits one item more than the limit:
-    // deliberate.
+    // The size before the append is what is compared, so the queue admits one item more than the limit: deliberate.
     if (m_QueueLimit < static_cast<int64_t>(queued))
         return false;
     m_Queue.push_back(item);

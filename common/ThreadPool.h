@@ -14,16 +14,16 @@ namespace qz::common {
 
 class IExecutor;
 
-// Runs opaque items on a fixed number of worker threads, in the order in which they were queued.  The queue
-// is bounded: when it is full the pool refuses the item, it never makes the caller wait.
+// Runs opaque items on a fixed number of worker threads, in the order in which they were queued.  The queue is bounded:
+// when it is full the pool refuses the item, it never makes the caller wait.
 //
-// Threads: any thread may call Enqueue, Pending and Idle.  The executor is called on the workers and outside
-// every lock, so it may call Enqueue itself.  With several workers the order between them is not defined.
+// Threads: any thread may call Enqueue, Pending and Idle.  The executor is called on the workers and outside every
+// lock, so it may call Enqueue itself.  With several workers the order between them is not defined.
 class ThreadPool : public IRunnable {
 public:
-    // Starts the workers at once, with every signal blocked; none when threadCount is below 1, and as many as
-    // the system has threads for.  The executor is borrowed and must outlive the pool; without one (null) the
-    // items are taken and dropped.
+    // Starts the workers at once, with every signal blocked; none when threadCount is below 1, and as many as the
+    // system has threads for.  The executor is borrowed and must outlive the pool; without one (null) the items are
+    // taken and dropped.
     ThreadPool(IExecutor* executor, int threadCount, int queueLimit);
 
     // Waits for the workers; what is still queued then goes to the executor's OnDeletor.

@@ -13,8 +13,7 @@ class ChangeWatch {
 public:
     explicit ChangeWatch(const std::vector<std::string>& folders);
 
-    // Returns when something has changed since the last call, at the latest after a moment or at the
-    // deadline.
+    // Returns when something has changed since the last call, at the latest after a moment or at the deadline.
     void Wait(const Deadline& deadline);
 
 private:

@@ -7,23 +7,22 @@
 
 namespace qz::control {
 
-// The daemon's command pipe, from the writer's side.  Nothing is ever created, nothing waits beyond the
-// deadline.
+// The daemon's command pipe, from the writer's side.  Nothing is ever created, nothing waits beyond the deadline.
 class CommandPipe {
 public:
     // Opens the pipe.  Throws a Failure that says what is wrong with it.
     CommandPipe();
 
-    // Writes the command in one go, once what others have written has been read: two commands at once would
-    // be read as pieces of both.  Throws a Failure.
+    // Writes the command in one go, once what others have written has been read: two commands at once would be read as
+    // pieces of both.  Throws a Failure.
     void Send(const std::string& command, const Deadline& deadline);
 
 private:
     qz::common::UniqueFd m_Pipe;
 };
 
-// Keeps the clients apart, so that none takes another's outcome for its own: a lock in the appliance's shared
-// folder, which ends with the client.  Throws a Failure when the deadline passes before it is had.
+// Keeps the clients apart, so that none takes another's outcome for its own: a lock in the appliance's shared folder,
+// which ends with the client.  Throws a Failure when the deadline passes before it is had.
 class ClientLock {
 public:
     explicit ClientLock(const Deadline& deadline);

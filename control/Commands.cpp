@@ -46,8 +46,8 @@ public:
             throw Failure{NO_DAEMON, "not running", "the daemon is not running"};
     }
 
-    // Hands the daemon's records to the function until that has seen enough.  Throws a Failure when the
-    // daemon ends before, or the time is up.
+    // Hands the daemon's records to the function until that has seen enough.  Throws a Failure when the daemon ends
+    // before, or the time is up.
     void Until(const std::function<bool(const LogRecord&)>& enough) {
         for (;;) {
             const bool gone = !Alive(); // looked at before the log: what it wrote last is read then

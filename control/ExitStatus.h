@@ -18,8 +18,7 @@ enum ExitStatus {
     BROKEN = 78 // the installation: a file or folder that has to be there is not
 };
 
-// Why a command could not be carried out, in one sentence for a person.  Caught in main, which ends with the
-// status.
+// Why a command could not be carried out, in one sentence for a person.  Caught in main, which ends with the status.
 struct Failure {
     ExitStatus status;
     const char* kind; // a word for scripts

@@ -19,8 +19,7 @@ namespace qz::control {
 
 namespace {
 
-// Whether somebody holds a lock on the file, as the kernel lists it: "1: FLOCK ADVISORY WRITE 812 00:1b:4711
-// 0 EOF".
+// Whether somebody holds a lock on the file, as the kernel lists it: "1: FLOCK ADVISORY WRITE 812 00:1b:4711 0 EOF".
 bool IsLocked(const std::string& path) {
     struct stat status {};
     if (lstat(path.c_str(), &status) != 0)

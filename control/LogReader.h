@@ -18,16 +18,16 @@ struct LogRecord {
     std::string message;
 };
 
-// Reads the daemon's dated log files in their order, one record after the other, and goes on from one day's
-// file to the next, and from one instance to the next.
+// Reads the daemon's dated log files in their order, one record after the other, and goes on from one day's file to the
+// next, and from one instance to the next.
 //
 // Threads: one.
 class LogReader {
 public:
     LogReader(std::string directory, std::string name);
 
-    // Where reading begins: at the first record that is kept (as at first), of today's or the last file's, or
-    // behind the last one there is now.
+    // Where reading begins: at the first record that is kept (as at first), of today's or the last file's, or behind
+    // the last one there is now.
     void SeekToLastFile();
     void SeekToEnd();
 

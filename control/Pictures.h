@@ -25,8 +25,8 @@ struct Picture {
 // The present by the clock that file systems stamp with, which lags behind the finer one.
 timespec FileSystemNow();
 
-// Copies a picture to a file of the caller's, which then is the old or the new one, never half of it.  Throws
-// a Failure.
+// Copies a picture to a file of the caller's, which then is the old or the new one, never half of it.  Throws a
+// Failure.
 void CopyPicture(const Picture& picture, const std::string& target);
 
 } // namespace qz::control

@@ -1,6 +1,6 @@
 #!/bin/sh
-# Feeds what reads foreign bytes with made-up ones, under the address and undefined-behaviour sanitizers: each program of
-# tests/fuzz for so many seconds.  Stops at the first find; the input that made it is left in build/fuzz.
+# Feeds what reads foreign bytes with made-up ones, under the address and undefined-behaviour sanitizers: each program
+# of tests/fuzz for so many seconds.  Stops at the first find; the input that made it is left in build/fuzz.
 #
 #   scripts/fuzz.sh [SECONDS [NAME...]]     default: 10 seconds, all of them
 set -eu

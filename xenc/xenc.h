@@ -2,22 +2,16 @@
 
 // The board's encoder library, as far as the daemon uses it: one encoder session per process.
 //
-// Order of the calls: kt_init; the registrations and setters; kt_md_init; the NAL and audio registrations;
-// kt_md_start. Then any number of kt_md_capture.  Back: kt_md_stop, kt_md_uninit, kt_uninit.  A new rotation
-// takes effect with kt_md_stop, kt_md_uninit and everything from the registrations on; kt_init stays.
+// Order of the calls: kt_init; the registrations and setters; kt_md_init; the NAL and audio registrations; kt_md_start.
+// Then any number of kt_md_capture.  Back: kt_md_stop, kt_md_uninit, kt_uninit.  A new rotation takes effect with
+// kt_md_stop, kt_md_uninit and everything from the registrations on; kt_init stays.
 //
-// Every function returns non-zero for success and 0 for failure.  The library calls back on threads of its
-// own, at any time from the registration to the end of kt_uninit, also while one of its functions is running.
-// It keeps the function and user pointers it is given and owns neither.
+// Every function returns non-zero for success and 0 for failure.  The library calls back on threads of its own, at any
+// time from the registration to the end of kt_uninit, also while one of its functions is running.  It keeps the
+// function and user pointers it is given and owns neither.
 
 // The encoder's state, as reported to the state callback.
-enum H264EncState : int {
-    STATE_ZERO = 0,
-    STATE_INIT = 1,
-    STATE_SETUP = 2,
-    STATE_SETUP_VENC = 3,
-    STATE_ENCODING = 4
-};
+enum H264EncState : int { STATE_ZERO = 0, STATE_INIT = 1, STATE_SETUP = 2, STATE_SETUP_VENC = 3, STATE_ENCODING = 4 };
 
 extern "C" {
 

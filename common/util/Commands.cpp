@@ -16,8 +16,7 @@ PipePtr StartCommand(const std::string& cmd) {
     return PipePtr(popen(cmd.c_str(), "re"));
 }
 
-// Reads up to a line end as fgets does.  fgets itself would lose the line when a signal handler interrupts
-// it.
+// Reads up to a line end as fgets does.  fgets itself would lose the line when a signal handler interrupts it.
 bool ReadLine(const PipePtr& pipe, char (&line)[LINE_SIZE]) {
     size_t used = 0;
     while (used + 1 < LINE_SIZE) {

@@ -21,8 +21,7 @@ constexpr size_t PIECE = 256 * 1024; // bytes of a file per read; smaller ones m
 class Digest {
 public:
     explicit Digest(const EVP_MD* kind)
-        : m_Context(EVP_MD_CTX_new()),
-          m_Good(m_Context && EVP_DigestInit_ex(m_Context.get(), kind, nullptr) == 1) {}
+        : m_Context(EVP_MD_CTX_new()), m_Good(m_Context && EVP_DigestInit_ex(m_Context.get(), kind, nullptr) == 1) {}
 
     void Update(const void* data, size_t size) {
         m_Good = m_Good && EVP_DigestUpdate(m_Context.get(), data, size) == 1;
@@ -117,8 +116,7 @@ unsigned int Util::SuperFastHash(const char* data, unsigned int length) {
     case 3:
         hash += Half(bytes);
         hash ^= hash << 16;
-        hash ^= static_cast<uint32_t>(bytes[2])
-                << 18; // unsigned, where the published function takes it signed
+        hash ^= static_cast<uint32_t>(bytes[2]) << 18; // unsigned, where the published function takes it signed
         hash += hash >> 11;
         break;
     case 2:

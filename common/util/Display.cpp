@@ -13,8 +13,7 @@ namespace {
 
 constexpr const char* ALLOW_ROOT = "xhost + si:localuser:root";
 
-// The value of the first environment entry that starts with key, from the processes that the pids command
-// feeds.
+// The value of the first environment entry that starts with key, from the processes that the pids command feeds.
 std::string EnvironmentEntry(const std::string& environments, const std::string& key) {
     return Util::PopenCommand(environments + " grep -m1 '^" + key + "' | " + " awk -F '=' '{ print $2 }' |" +
                               " tr '\\n' '\\0'");
@@ -34,14 +33,13 @@ bool AllowRoot() {
 
 } // namespace
 
-// Sets a variable and logs it, unless the value is empty.  A macro, so that the line names the operation it
-// stands in.
-#define QZ_SET_AND_LOG(variable, value)                                                                      \
-    do {                                                                                                     \
-        if (!(value).empty()) {                                                                              \
-            QZ_LOG(DBG, "setenv : " variable "=" << (value));                                                \
-            setenv(variable, (value).c_str(), 1);                                                            \
-        }                                                                                                    \
+// Sets a variable and logs it, unless the value is empty.  A macro, so that the line names the operation it stands in.
+#define QZ_SET_AND_LOG(variable, value)                                                                                \
+    do {                                                                                                               \
+        if (!(value).empty()) {                                                                                        \
+            QZ_LOG(DBG, "setenv : " variable "=" << (value));                                                          \
+            setenv(variable, (value).c_str(), 1);                                                                      \
+        }                                                                                                              \
     } while (false)
 
 std::string Util::GetEnvironmentWho(const std::string& key) {
@@ -52,8 +50,7 @@ std::string Util::GetEnvironmentWho(const std::string& key) {
 }
 
 std::string Util::GetEnvironmentPs(const std::string& key) {
-    return EnvironmentEntry("ps -e -o pid= | xargs -I{} cat /proc/{}/environ 2>/dev/null | tr '\\0' '\\n' |",
-                            key);
+    return EnvironmentEntry("ps -e -o pid= | xargs -I{} cat /proc/{}/environ 2>/dev/null | tr '\\0' '\\n' |", key);
 }
 
 std::string Util::GetProcessXauth() {
@@ -90,8 +87,8 @@ bool Util::SetEnvironmentPsX() {
 
 bool Util::SetEnvironmentX() {
     // Without a socket the command still prints a colon, and the strategy goes on with that.
-    const std::string display = PopenCommand(
-        "echo \":$(ls -t /tmp/.X11-unix/* | sed 's#/tmp/.X11-unix/X##' | head -n 1)\" |tr '\\n' '\\0'");
+    const std::string display =
+        PopenCommand("echo \":$(ls -t /tmp/.X11-unix/* | sed 's#/tmp/.X11-unix/X##' | head -n 1)\" |tr '\\n' '\\0'");
     if (display.empty())
         return false;
     QZ_SET_AND_LOG("DISPLAY", display);

@@ -46,10 +46,9 @@ bool Util::MakeDir(const std::string& path, int mode) {
 }
 
 bool Util::MakeDirs(const std::string& path, int mode) {
-    // Every prefix that ends before a separator, then the whole.  mkdir answers EEXIST for what is there, "."
-    // and ".." included; what cannot be made shows at the end.
-    for (size_t end = path.find(PATH_SEPARATOR); end != std::string::npos;
-         end = path.find(PATH_SEPARATOR, end + 1)) {
+    // Every prefix that ends before a separator, then the whole.  mkdir answers EEXIST for what is there, "."  and ".."
+    // included; what cannot be made shows at the end.
+    for (size_t end = path.find(PATH_SEPARATOR); end != std::string::npos; end = path.find(PATH_SEPARATOR, end + 1)) {
         if (end > 0)
             MakeDir(path.substr(0, end), mode);
     }

@@ -39,8 +39,8 @@ std::string Util::FmtUuid(char* bytes, bool compact) {
     if (!bytes)
         return "";
     const auto* b = reinterpret_cast<const unsigned char*>(bytes);
-    const uint32_t first = static_cast<uint32_t>(b[0]) << 24 | static_cast<uint32_t>(b[1]) << 16 |
-                           static_cast<uint32_t>(b[2]) << 8 | b[3];
+    const uint32_t first =
+        static_cast<uint32_t>(b[0]) << 24 | static_cast<uint32_t>(b[1]) << 16 | static_cast<uint32_t>(b[2]) << 8 | b[3];
     const unsigned second = static_cast<unsigned>(b[4]) << 8 | b[5];
     const unsigned third = static_cast<unsigned>(b[6]) << 8 | b[7];
     // Bytes 10 to 15 have never reached the text; the identifiers that the appliance has issued end in zeros.

@@ -1,5 +1,4 @@
-// Pid files, lock files and the processes they name.  Used by Process.  Tested in
-// tests/common/ProcessTest.cpp.
+// Pid files, lock files and the processes they name.  Used by Process.  Tested in tests/common/ProcessTest.cpp.
 #include "common/Util.h"
 
 #include <fcntl.h>
@@ -48,12 +47,11 @@ bool HasGone(int pid) {
 } // namespace
 
 int Util::FileLock(std::string path) {
-    // An ending instance removes its lock file before it lets go of the lock.  Whoever had opened that file
-    // before then locks a file that nobody else can find, and so tries again.
+    // An ending instance removes its lock file before it lets go of the lock.  Whoever had opened that file before then
+    // locks a file that nobody else can find, and so tries again.
     for (int attempt = 0; attempt < LOCK_ATTEMPTS; ++attempt) {
         UniqueFd fd = OpenRegularForWriting(path.c_str(), O_TRUNC | O_NOFOLLOW);
-        if (!fd.Valid() || fcntl(fd.Get(), F_SETFD, FD_CLOEXEC) != 0 ||
-            flock(fd.Get(), LOCK_EX | LOCK_NB) != 0)
+        if (!fd.Valid() || fcntl(fd.Get(), F_SETFD, FD_CLOEXEC) != 0 || flock(fd.Get(), LOCK_EX | LOCK_NB) != 0)
             return -1;
         if (FileIdentity::Of(fd.Get()) == FileIdentity::Of(path.c_str()))
             return fd.Release();

@@ -1,5 +1,4 @@
-// What the system tells: time, version, mounts, disk space, descriptors.  Tested in
-// tests/common/UtilTest.cpp.
+// What the system tells: time, version, mounts, disk space, descriptors.  Tested in tests/common/UtilTest.cpp.
 #include "common/Util.h"
 
 #include <dirent.h>
@@ -30,8 +29,7 @@ int ToDescriptor(const char* text) {
 } // namespace
 
 long long Util::GetTimeDiffMilliSec(const std::chrono::system_clock::time_point& since) {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::system_clock::now() - since)
-        .count();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::system_clock::now() - since).count();
 }
 
 std::string Util::GetTimeStr() {
@@ -73,8 +71,7 @@ bool Util::IsMounted(const std::string& path) {
 }
 
 bool Util::GetDiskSpace(const std::string& path, long long& total, long long& used, long long& available) {
-    const std::string answer =
-        PopenCommand("df -B1 " + path + " | grep " + path + "| awk '{print $2, $3, $4}'");
+    const std::string answer = PopenCommand("df -B1 " + path + " | grep " + path + "| awk '{print $2, $3, $4}'");
     std::vector<std::string> fields;
     StringSplit(answer, " ", fields);
     if (fields.size() != 3)

@@ -43,8 +43,7 @@ std::string& Util::Trim(std::string& text) {
 void Util::StringSplit(std::string text, std::string delimiter, std::vector<std::string>& out) {
     size_t start = 0;
     if (!delimiter.empty()) {
-        for (size_t end; (end = text.find(delimiter, start)) != std::string::npos;
-             start = end + delimiter.size())
+        for (size_t end; (end = text.find(delimiter, start)) != std::string::npos; start = end + delimiter.size())
             out.push_back(text.substr(start, end - start));
     }
     out.push_back(text.substr(start));

@@ -12,8 +12,7 @@ int Util::WaitForJoin(std::thread* thread, int milliseconds) {
         return static_cast<int>(std::future_status::deferred);
     const std::chrono::milliseconds limit(milliseconds);
     try {
-        // The future's destructor waits for the join, so the thread has ended when this returns, also after a
-        // time-out.
+        // The future's destructor waits for the join, so the thread has ended when this returns, also after a time-out.
         const std::future<void> joined = std::async(std::launch::async, [thread] { thread->join(); });
         return static_cast<int>(joined.wait_for(limit));
     } catch (const std::system_error&) { // GCOV_EXCL_START: scripts/sweep.sh lets it fail

@@ -1,5 +1,4 @@
-// The encoder session against the simulator: the calls in order, the flags as they show in the log, the
-// configuration.
+// The encoder session against the simulator: the calls in order, the flags as they show in the log, the configuration.
 
 #include "capture/Config.h"
 #include "tests/capture/RunningSession.h"

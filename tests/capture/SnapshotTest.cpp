@@ -82,8 +82,8 @@ TEST(Snapshot, GivenPicturesTakeTurnsAndAreTurned) {
     }
 }
 
-// Whatever goes wrong after a good conversion, the live view that readers see stays whole, and nothing
-// half-made is published by the next failure.
+// Whatever goes wrong after a good conversion, the live view that readers see stays whole, and nothing half-made is
+// published by the next failure.
 TEST(Snapshot, TheLastLiveViewSurvivesEveryFailure) {
     Encoding bench(640, 480);
     ASSERT_TRUE(bench.capture.XEncCapture());

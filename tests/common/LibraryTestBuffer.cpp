@@ -70,8 +70,7 @@ TEST(Buffer, AbsurdSizesFailAndChangeNothing) {
 }
 
 TEST(Buffer, CopiesAreDeepAndEndWithAZero) {
-    PacketBuffer first(100, "abc", 3), third;
-    PacketBuffer second(first);
+    PacketBuffer first(100, "abc", 3), second(first), third;
     third = first;
     third = *&third;
     const std::unique_ptr<PacketBuffer> clone(first.Clone());

@@ -26,8 +26,8 @@ Texts Lines(const std::string& text) {
     return lines;
 }
 
-// Every test starts with empty folders, from / and with the environment that the program was given, also when
-// one program runs several, in any order.
+// Every test starts with empty folders, from / and with the environment that the program was given, also when one
+// program runs several, in any order.
 class CleanStart : public testing::EmptyTestEventListener {
     void OnTestProgramStart(const testing::UnitTest&) override {
         // What is emptied must be the sandbox's.

@@ -11,14 +11,13 @@ namespace qz::xenc {
 // Threads: any thread may call everything.
 class CallRecord {
 public:
-    // Adds "function(arguments)".  A program that runs for weeks must not fill the memory: the older half
-    // goes.
+    // Adds "function(arguments)".  A program that runs for weeks must not fill the memory: the older half goes.
     void Add(const std::string& function, const std::string& arguments);
     // One call per line; the record begins anew.
     std::string Take();
 
-    // The next count calls of the function are to fail, or, with HANG, not to return.  False when there is no
-    // such function.
+    // The next count calls of the function are to fail, or, with HANG, not to return.  False when there is no such
+    // function.
     static constexpr int HANG = -1;
     bool PlanFailures(const std::string& function, int count);
     // Whether this call is to fail, which is then one less.  Does not return for one that is to hang.

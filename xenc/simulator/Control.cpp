@@ -38,8 +38,7 @@ constexpr const char* EVENTS[] = {"UNKNOWN",
                                   "EVT_SYS_TEMPERATURE_EMERGENCY",
                                   "EVT_SYS_USBMOUNT_CONNECTED",
                                   "EVT_SYS_USBMOUNT_DISCONNECTED"};
-constexpr const char* STATES[] = {"STATE_ZERO", "STATE_INIT", "STATE_SETUP", "STATE_SETUP_VENC",
-                                  "STATE_ENCODING"};
+constexpr const char* STATES[] = {"STATE_ZERO", "STATE_INIT", "STATE_SETUP", "STATE_SETUP_VENC", "STATE_ENCODING"};
 
 // A line, read word by word, and the first of its words that is wrong.
 class Line {
@@ -66,8 +65,7 @@ public:
         if (word == "SETUP" && !AtEnd()) // a name taken from the log with its prefix
             word = Word();
         const auto name = std::find(std::begin(names), std::end(names), word);
-        return name == std::end(names) ? ToNumber(word, expected, INT_MIN)
-                                       : static_cast<int>(name - std::begin(names));
+        return name == std::end(names) ? ToNumber(word, expected, INT_MIN) : static_cast<int>(name - std::begin(names));
     }
 
     void Reject(const std::string& reason) {
@@ -103,9 +101,8 @@ private:
 
 void Fire(Session& session, Notice::Kind kind, Line& line) {
     Notice notice{kind, 0, 0, {}};
-    notice.code = kind == Notice::Kind::State
-                      ? line.Code("a state like 4 or STATE_ENCODING", STATES)
-                      : line.Code("an event like 12 or EVT_MEDIA_HDMI_UNCONNECTED", EVENTS);
+    notice.code = kind == Notice::Kind::State ? line.Code("a state like 4 or STATE_ENCODING", STATES)
+                                              : line.Code("an event like 12 or EVT_MEDIA_HDMI_UNCONNECTED", EVENTS);
     if (!line.AtEnd())
         notice.param = line.Number("a parameter");
     if (line.IsRight() && !session.Notify(notice))

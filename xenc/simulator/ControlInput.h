@@ -22,8 +22,7 @@ public:
     int Open(const std::string& path);
     void Close();
 
-    // Hands over the complete lines that have arrived; a piece of a line is kept until its end comes.  Never
-    // blocks.
+    // Hands over the complete lines that have arrived; a piece of a line is kept until its end comes.  Never blocks.
     void ReadLines(const LineHandler& handler);
 
     int Descriptor() const { return m_Fd; } // -1: closed

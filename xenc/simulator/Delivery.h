@@ -21,11 +21,11 @@ struct Notice {
     std::string text; // of a log line
 };
 
-// The simulator's own thread and its queue: notices are delivered one at a time, in the order in which they
-// were posted.  Between them the thread reads the control input.
+// The simulator's own thread and its queue: notices are delivered one at a time, in the order in which they were
+// posted.  Between them the thread reads the control input.
 //
-// Threads: Start and Stop must not overlap; any thread may call the others.  The handlers run on the delivery
-// thread and outside every lock, so they may call everything here but Stop.
+// Threads: Start and Stop must not overlap; any thread may call the others.  The handlers run on the delivery thread
+// and outside every lock, so they may call everything here but Stop.
 class Delivery {
 public:
     struct Handlers {
@@ -37,8 +37,8 @@ public:
     Delivery(const Delivery&) = delete;
     Delivery& operator=(const Delivery&) = delete;
 
-    // The input is borrowed and belongs to the delivery thread until Stop.  False when there is no thread or
-    // descriptor left.
+    // The input is borrowed and belongs to the delivery thread until Stop.  False when there is no thread or descriptor
+    // left.
     bool Start(Handlers handlers, ControlInput& control);
 
     // Waits for the handler that is running and drops what is still queued.  Nothing when not started.

@@ -23,8 +23,7 @@ struct ErrorManager {
     char message[JMSG_LENGTH_MAX];
 };
 
-// The library's own handler would end the process; throwing needs unwind tables that the library may not
-// have.
+// The library's own handler would end the process; throwing needs unwind tables that the library may not have.
 void JumpBack(j_common_ptr jpeg) {
     auto* const errors = reinterpret_cast<ErrorManager*>(jpeg->err);
     errors->base.format_message(jpeg, errors->message);
@@ -132,8 +131,7 @@ Image Turned(const Image& image, int degrees) {
     uint8_t* target = turned.pixels.data();
     for (int y = 0; y < turned.height; ++y) {
         for (int x = 0; x < turned.width; ++x, target += image.channels)
-            memcpy(target, &image.pixels[(first + y * rowStep + x * pixelStep) * image.channels],
-                   image.channels);
+            memcpy(target, &image.pixels[(first + y * rowStep + x * pixelStep) * image.channels], image.channels);
     }
     return turned;
 }
@@ -149,8 +147,8 @@ bool Decode(const std::string& jpeg, Image& image, std::string& reason) {
 }
 
 bool Encode(const Image& image, std::string& jpeg, std::string& reason) {
-    // A stream in memory rather than the library's memory destination: the type of that one's size differs
-    // between releases of the library.
+    // A stream in memory rather than the library's memory destination: the type of that one's size differs between
+    // releases of the library.
     char* bytes = nullptr;
     size_t size = 0;
     FILE* const out = open_memstream(&bytes, &size);

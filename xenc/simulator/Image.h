@@ -17,8 +17,8 @@ struct Image {
 // Turned clockwise by 0, 90, 180 or 270 degrees.
 Image Turned(const Image& image, int degrees);
 
-// From and to JPEG, in whatever colours the file has.  False with the reason; a file that can only be read
-// with a warning counts as damaged.
+// From and to JPEG, in whatever colours the file has.  False with the reason; a file that can only be read with a
+// warning counts as damaged.
 bool Decode(const std::string& jpeg, Image& image, std::string& reason);
 bool Encode(const Image& image, std::string& jpeg, std::string& reason);
 

@@ -37,8 +37,8 @@ int Register(const char* name, Function callback, void* user, Registration<Funct
     });
 }
 
-// The simulator encodes no streams, so what describes or receives one changes nothing: such a call only has
-// its place in the order and in the record.
+// The simulator encodes no streams, so what describes or receives one changes nothing: such a call only has its place
+// in the order and in the record.
 int Accept(const char* function, const std::string& arguments, Stage stage) {
     return Session::Get().Call(function, arguments, stage);
 }
@@ -110,16 +110,15 @@ int kt_md_setScreenRotate(int rotation) {
     char shown[16];
     std::snprintf(shown, sizeof(shown), "0x%X", static_cast<unsigned>(rotation));
     const int degrees = rotation >> 16;
-    const bool isRotation =
-        rotation == 0 || rotation == 90 << 16 || rotation == 180 << 16 || rotation == 270 << 16;
+    const bool isRotation = rotation == 0 || rotation == 90 << 16 || rotation == 180 << 16 || rotation == 270 << 16;
     Session& session = Session::Get();
     const bool called = session.Call("kt_md_setScreenRotate", shown, STAGE_OPEN, [&](Settings& settings) {
         if (isRotation)
             settings.degrees = degrees;
     });
     if (called)
-        session.Log(LOG_STEP, isRotation ? "rotation " + std::to_string(degrees)
-                                         : std::string("not a rotation: ") + shown);
+        session.Log(LOG_STEP,
+                    isRotation ? "rotation " + std::to_string(degrees) : std::string("not a rotation: ") + shown);
     return called && isRotation;
 }
 

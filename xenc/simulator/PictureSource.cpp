@@ -70,9 +70,8 @@ bool ReadGiven(const Shot& shot, std::string& jpeg, std::string& report) {
 }
 
 bool MakeJpeg(const Shot& shot, std::string& jpeg, std::string& report) {
-    return shot.source.empty()
-               ? Encode(Turned(DrawTestCard(shot.degrees, shot.number), shot.degrees), jpeg, report)
-               : ReadGiven(shot, jpeg, report);
+    return shot.source.empty() ? Encode(Turned(DrawTestCard(shot.degrees, shot.number), shot.degrees), jpeg, report)
+                               : ReadGiven(shot, jpeg, report);
 }
 
 } // namespace

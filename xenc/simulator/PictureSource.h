@@ -40,9 +40,9 @@ private:
     PictureFaults m_Faults;
 };
 
-// Writes the shot's picture to the path, turned by its rotation and with its faults, but without the delay.
-// False when there is none.  The report is for the log; it also says when a given picture is damaged, which
-// then is written as it is.
+// Writes the shot's picture to the path, turned by its rotation and with its faults, but without the delay.  False when
+// there is none.  The report is for the log; it also says when a given picture is damaged, which then is written as it
+// is.
 bool WritePicture(const Shot& shot, const std::string& path, std::string& report);
 
 } // namespace qz::xenc

@@ -31,8 +31,7 @@ Session& Session::Get() {
     return *session;
 }
 
-bool Session::Call(const char* function, const std::string& arguments, unsigned stages,
-                   const Effect& effect) {
+bool Session::Call(const char* function, const std::string& arguments, unsigned stages, const Effect& effect) {
     const std::lock_guard<std::mutex> lock(m_Lock);
     m_Calls.Add(function, arguments);
     const std::string call = std::string(function) + "(" + arguments + ")";

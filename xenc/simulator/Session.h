@@ -48,8 +48,8 @@ struct Settings {
 
 // The encoder session behind the kt_ functions: the order of the calls, and what it reports.
 //
-// Threads: any thread may call everything.  No lock is held while a callback runs, so callbacks may call
-// everything too; only Close and Reset are refused there, since they wait for the callback to end.
+// Threads: any thread may call everything.  No lock is held while a callback runs, so callbacks may call everything
+// too; only Close and Reset are refused there, since they wait for the callback to end.
 class Session {
 public:
     using Effect = std::function<void(Settings&)>;
@@ -57,8 +57,8 @@ public:
     // Never destroyed: a program may end while the library is open and its thread still at work.
     static Session& Get();
 
-    // A call of a kt_ function: recorded, then refused (false, with a log line) when it is to fail or not in
-    // one of the stages.  Otherwise the effect takes place, under the lock.
+    // A call of a kt_ function: recorded, then refused (false, with a log line) when it is to fail or not in one of the
+    // stages.  Otherwise the effect takes place, under the lock.
     bool Call(const char* function, const std::string& arguments, unsigned stages, const Effect& effect = {});
     // The same for a call that leads from one stage to another and reports that.
     bool Move(const char* function, const std::string& arguments, unsigned from, Stage to,
@@ -94,8 +94,8 @@ private:
     void ReadEnvironment();
     void Deliver(const Notice& notice);
 
-    // Guards the fields down to the blank line.  The locks of the objects below it may be taken while it is
-    // held, never the other way round.
+    // Guards the fields down to the blank line.  The locks of the objects below it may be taken while it is held, never
+    // the other way round.
     std::mutex m_Lock;
     std::condition_variable m_StageChanged; // a slow capture waits for it
     Stage m_Stage = STAGE_CLOSED;

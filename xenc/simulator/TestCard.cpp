@@ -21,8 +21,7 @@ using Colour = std::array<uint8_t, 3>;
 constexpr Colour WHITE{255, 255, 255};
 constexpr Colour BLACK{0, 0, 0};
 constexpr Colour RED{255, 0, 0};
-constexpr Colour BARS[] = {WHITE,         {255, 255, 0}, {0, 255, 255}, {0, 255, 0},
-                           {255, 0, 255}, RED,           {0, 0, 255},   BLACK};
+constexpr Colour BARS[] = {WHITE, {255, 255, 0}, {0, 255, 255}, {0, 255, 0}, {255, 0, 255}, RED, {0, 0, 255}, BLACK};
 
 // From the top: bars, gradient, lines.
 constexpr int GRADIENT_TOP = 720;
