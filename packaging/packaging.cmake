@@ -2,7 +2,7 @@
 #
 #   cmake --build build/board --target package    makes plinta-capture_VERSION_ARCHITECTURE.deb
 
-install(TARGETS capture RUNTIME DESTINATION /opt/tormel/plinta/agent/latest)
+install(TARGETS capture capturectl RUNTIME DESTINATION /opt/tormel/plinta/agent/latest)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_SET_DESTDIR ON) # the destination is absolute

@@ -26,8 +26,9 @@ exec "$root/scripts/sandbox.sh" sh -ec '
     plinta=/opt/tormel/plinta
     mkdir -p $plinta/agent/latest $plinta/var/tmp /var/log/tormel/agent
     ln -s "$2" $plinta/agent/latest/djpeg
-    daemon=$1/build/release/capture/capture
-    [ ! -x "$daemon" ] || ln -s "$daemon" $plinta/agent/latest/capture
+    for program in "$1/build/release/capture/capture" "$1/build/release/control/capturectl"; do
+        [ ! -x "$program" ] || ln -s "$program" $plinta/agent/latest/
+    done
     echo 1.0.0.0100 >$plinta/version
     cp "$1/packaging/liveview_failed.jpg" $plinta/var/tmp/
     mkfifo $plinta/var/tmp/capture.fifo
