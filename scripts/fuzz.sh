@@ -13,7 +13,7 @@ case $seconds in '' | *[!0-9]*) refuse "how many seconds is '$seconds'? (see --h
 run "$root/scripts/setup.sh" build fuzz
 run "$root/scripts/build.sh" fuzz
 cd "$root/build/fuzz"
-[ $# -gt 0 ] || set -- decryption files pipe texts
+[ $# -gt 0 ] || set -- characters decryption files pipe signature
 for target in "$@"; do
     [ -x "tests/fuzz/fuzz_$target" ] || refuse "there is no fuzz program '$target'"
     log=fuzz_$target.log

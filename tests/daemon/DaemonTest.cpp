@@ -79,6 +79,26 @@ TEST(Daemon, OptionsAndRefusals) {
     EXPECT_EQ(unlogged.Output(), " * initialize log failed. not write logs.\n" + failure);
 }
 
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // whose runtimes want descriptors too
+TEST(Daemon, StartsOrSaysWhyNotWithAnyNumberOfDescriptors) {
+    bool withoutPipe = false;
+    for (int descriptors = 6; descriptors < 12; ++descriptors) {
+        SCOPED_TRACE(descriptors);
+        Appliance appliance;
+        Daemon daemon("--debug", "prlimit --nofile=" + std::to_string(descriptors));
+        EXPECT_TRUE(Eventually([&] { return daemon.Status(0) != -1 || daemon.Mentions("Initialize succeed"); }));
+        kill(daemon.Pid(), SIGTERM);
+        EXPECT_TRUE(daemon.Status(5000) == 255 || daemon.Status() == 0) << daemon.Status();
+        EXPECT_FALSE(Exists(LOCK) || Exists(PID));
+        if (daemon.Mentions("no pipe for the signals")) {
+            EXPECT_FALSE(daemon.Mentions("registered")); // no handler without the pipe
+            withoutPipe = true;
+        }
+    }
+    EXPECT_TRUE(withoutPipe); // for some number it is the pipe that is missing
+}
+#endif
+
 TEST(Daemon, OneInstanceAndTheStopRequest) {
     ReadyDaemon first("-c anything");
     EXPECT_FALSE(first.Mentions("DBG "));

@@ -77,6 +77,12 @@ void Shell(const std::string& command) {
     ASSERT_EQ(system(command.c_str()), 0) << command;
 }
 
+void StandIn(const std::string& name, const std::string& script) {
+    WriteFile("/opt/" + name, "#!/bin/sh\n" + script + "\n");
+    Shell("chmod +x /opt/" + name);
+    setenv("PATH", ("/opt:" + std::string(getenv("PATH"))).c_str(), 1);
+}
+
 void MakeJpeg(const std::string& path, int width, int height) {
     const std::string size = std::to_string(width) + " " + std::to_string(height);
     Shell("(echo P5 " + size + " 255; head -c " + std::to_string(width * height) + " /dev/zero) | cjpeg -outfile " +

@@ -37,6 +37,9 @@ std::string Joined(const Texts& texts);
 // Runs a shell command that has to succeed.
 void Shell(const std::string& command);
 
+// Makes a script of that name, in /opt, that commands find before the real program.
+void StandIn(const std::string& name, const std::string& script);
+
 // Makes a JPEG file of that size with the real cjpeg.
 void MakeJpeg(const std::string& path, int width, int height);
 
