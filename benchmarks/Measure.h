@@ -94,6 +94,12 @@ public:
         Spread(samples, unit);
     }
 
+    // A count that has to be 0.
+    void None(const std::string& name, int count) {
+        Print(name, count, "", 0.5);
+        std::printf("\n");
+    }
+
     // A figure without a limit: the median.
     void Plain(const std::string& name, const std::vector<double>& samples, const char* unit) {
         Print(name, Median(samples), unit, 0);

@@ -3,12 +3,12 @@
 # beside their limits.  Takes about a minute and a half, best on a machine that does nothing else.  The exit
 # status is 1 when a figure misses its limit.
 #
-#   scripts/benchmark.sh [NAME...]     names: log request ends library (default: all)
+#   scripts/benchmark.sh [NAME...]     names: log request ends library control (default: all)
 set -eu
 . "$(dirname "$(readlink -f "$0")")/lib.sh"
 
 case ${1:-} in -h | --help) usage; exit 0 ;; esac
-all='log request ends library'
+all='log request ends library control'
 for one in "$@"; do
     # shellcheck disable=SC2086  # a list of words, here and below
     is_one_of "$one" $all || refuse "there is no benchmark '$one'; benchmarks: $all"
