@@ -93,7 +93,8 @@ void Capture::ServePipe(int pipe) {
             return;
         }
 
-        // The clock is the system's: the limit is one for people, and what drives it is the writers' clock too.
+        // By the system's clock, as the programs that write the commands count their ten seconds: when it is set, both
+        // sides see the same.
         const auto idle = std::chrono::system_clock::now() - m_LastSuccess;
         if (std::chrono::duration_cast<std::chrono::seconds>(idle) > IDLE_LIMIT) {
             QZ_LOG(ERR, "no requests for 10sec");

@@ -40,7 +40,8 @@ struct ScaleStep {
     const char* fraction;
 };
 
-// Every other rate is converted at full size, 0 (a picture of more than ten times the target) included: deliberate.
+// Every other rate is converted at full size, 0 (a picture of more than ten times the target) included: programs that
+// read the live view know its sizes.
 constexpr ScaleStep SCALE_STEPS[] = {{10, "1/8"}, {20, "2/8"}, {30, "3/8"}, {40, "3/8"}, {50, "4/8"},
                                      {60, "5/8"}, {70, "5/8"}, {80, "6/8"}, {90, "7/8"}};
 

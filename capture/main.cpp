@@ -82,7 +82,7 @@ int main(int argc, char** argv) {
     const int status = engine->Run() > 0 ? 0 : -1;
     EndWatch::begin(status);
     bool deleted = false;
-    // The two orders differ, deliberately.
+    // The two orders differ: whoever reads the log tells by them whether the run failed.
     if (status == 0) {
         engine->Stop();
         deleted = Delete(engine);

@@ -93,7 +93,7 @@ bool FileLogger::Initialize(const std::string& directory, const std::string& nam
     } // GCOV_EXCL_STOP
     const std::lock_guard<std::mutex> lock(m_FileLock);
     ForgetLostFile();
-    m_Stream.Reset(); // of an earlier initialisation
+    m_Descriptor.Reset(); // of an earlier initialisation
     m_Directory = directory;
     m_Name = name;
     m_Level = level;
@@ -101,6 +101,8 @@ bool FileLogger::Initialize(const std::string& directory, const std::string& nam
     m_Gate = ToConsole() ? std::max(CONSOLE_LEVEL, level) : level;
 
     struct stat status {};
+    // There is usually no file without a date.  One that older versions left gives the date that its lines are of; in
+    // either case CheckLogDate opens today's file.
     const bool found = lstat((m_Directory + PATH_SEPARATOR + m_Name).c_str(), &status) == 0;
     m_DateFormat = dateFormat;
     m_CurrentDate = GetDateFormat(found ? status.st_mtime : 0, m_DateFormat);
@@ -136,32 +138,13 @@ int FileLogger::getFileSize() const {
     return bytes < 1 ? 0 : bytes >> 10;
 }
 
-void FileLogger::OpenForAppending(const std::string& path) {
-    m_Stream = OpenRegularForWriting(path.c_str(), O_APPEND);
-    m_Opened = FileIdentity::Of(m_Stream.Get());
-    m_CutShort = false;
-}
-
-// A file that was removed, with its directory or alone, would swallow every line until the date changes.  And a
-// descriptor that was closed behind the logger's back may mean somebody else's file by now, which is neither written
-// nor closed here.
-void FileLogger::ForgetLostFile() {
-    if (!m_Stream.Valid())
-        return;
-    struct stat status {};
-    if (fstat(m_Stream.Get(), &status) != 0 || !(FileIdentity{status.st_dev, status.st_ino} == m_Opened))
-        (void)m_Stream.Release();
-    else if (status.st_nlink == 0)
-        m_Stream.Reset();
-}
-
 bool FileLogger::CheckLogDate() {
     const std::string date = GetDateFormat(time(nullptr), m_DateFormat);
-    if (date == m_CurrentDate && m_Stream.Valid())
+    if (date == m_CurrentDate && m_Descriptor.Valid())
         return true;
-    m_Stream.Reset();
+    m_Descriptor.Reset();
     OpenForAppending(m_Directory + PATH_SEPARATOR + m_Name + "-" + date + LOG_EXTENSION);
-    if (!m_Stream.Valid())
+    if (!m_Descriptor.Valid())
         return false;
     m_CurrentDate = date;
     CheckLogCount();
@@ -171,19 +154,20 @@ bool FileLogger::CheckLogDate() {
 bool FileLogger::CheckLogSize() {
     if (getFileSize() >= m_MaxFileSize) { // GCOV_EXCL_START: nothing advances the counter
         const std::string path = m_Directory + PATH_SEPARATOR + m_Name;
-        m_Stream.Reset();
+        m_Descriptor.Reset();
         rename(path.c_str(), (path + "." + GetLogTime()).c_str());
         OpenForAppending(path);
-        if (m_Stream.Valid())
+        if (m_Descriptor.Valid())
             CheckLogCount();
     } // GCOV_EXCL_STOP
-    return m_Stream.Valid();
+    return m_Descriptor.Valid();
 }
 
 void FileLogger::CheckLogCount() {
     m_MaxFileCount = std::max(m_MaxFileCount, LEAST_FILE_COUNT);
-    // Once for the life of the process: files of an earlier date format are left alone, deliberately.
-    static const auto length = static_cast<unsigned>(m_Name.size() + m_CurrentDate.size() + 5);
+    // Once for the life of the process: files of an earlier date format are left alone, since nobody can tell how old
+    // they are by their names.
+    static const auto length = static_cast<unsigned>(m_Name.size() + 1 + m_CurrentDate.size() + LOG_EXTENSION.size());
     std::set<std::string> files;
     int count = GetLogFileList(files, length);
     const std::string open = m_Name + "-" + m_CurrentDate + LOG_EXTENSION;
@@ -234,24 +218,23 @@ void FileLogger::OnExecute(void* item) {
             return;
         Append(text);
         if (m_CloseAfterWrite)
-            m_Stream.Reset();
+            m_Descriptor.Reset();
     }
     if (text.size() <= SPARE_LENGTH)
         KeepLine(std::move(line));
 }
 
-// A line that cannot be written (full disk) is lost, and the next one is tried afresh.  What was written of it is taken
-// back; where even that fails, the next line begins with a line end.
-void FileLogger::Append(const std::string& text) {
-    if (m_CutShort && WriteAll(m_Stream.Get(), "\n", 1) == 0)
-        return;
-    m_CutShort = false;
-    const size_t written = WriteAll(m_Stream.Get(), text.data(), text.size());
-    if (written == 0 || written == text.size())
-        return;
-    struct stat status {};
-    m_CutShort = fstat(m_Stream.Get(), &status) != 0 ||
-                 ftruncate(m_Stream.Get(), status.st_size - static_cast<off_t>(written)) != 0;
+void FileLogger::OnDeletor(void* item) {
+    delete static_cast<std::ostringstream*>(item);
+}
+
+void FileLogger::WritePrefix(std::streambuf& out, const LogTag& tag, std::string_view function) const {
+    char time[TIME_SIZE];
+    FormatTime(time);
+    for (const std::string_view piece :
+         {std::string_view(time), std::string_view(m_BeforeTag), std::string_view(tag.name),
+          std::string_view(m_AfterTag), function, std::string_view("] ")})
+        out.sputn(piece.data(), static_cast<std::streamsize>(piece.size()));
 }
 
 std::unique_ptr<std::ostringstream> FileLogger::NewLine() {
@@ -266,6 +249,39 @@ std::unique_ptr<std::ostringstream> FileLogger::NewLine() {
     return std::make_unique<std::ostringstream>();
 }
 
+void FileLogger::OpenForAppending(const std::string& path) {
+    m_Descriptor = OpenRegularForWriting(path.c_str(), O_APPEND);
+    m_Opened = FileIdentity::Of(m_Descriptor.Get());
+    m_CutShort = false;
+}
+
+// A file that was removed, with its directory or alone, would swallow every line until the date changes.  And a
+// descriptor that was closed behind the logger's back may mean somebody else's file by now, which is neither written
+// nor closed here.
+void FileLogger::ForgetLostFile() {
+    if (!m_Descriptor.Valid())
+        return;
+    struct stat status {};
+    if (fstat(m_Descriptor.Get(), &status) != 0 || !(FileIdentity{status.st_dev, status.st_ino} == m_Opened))
+        (void)m_Descriptor.Release();
+    else if (status.st_nlink == 0)
+        m_Descriptor.Reset();
+}
+
+// A line that cannot be written (full disk) is lost, and the next one is tried afresh.  What was written of it is taken
+// back; where even that fails, the next line begins with a line end.
+void FileLogger::Append(const std::string& text) {
+    if (m_CutShort && WriteAll(m_Descriptor.Get(), "\n", 1) == 0)
+        return;
+    m_CutShort = false;
+    const size_t written = WriteAll(m_Descriptor.Get(), text.data(), text.size());
+    if (written == 0 || written == text.size())
+        return;
+    struct stat status {};
+    m_CutShort = fstat(m_Descriptor.Get(), &status) != 0 ||
+                 ftruncate(m_Descriptor.Get(), status.st_size - static_cast<off_t>(written)) != 0;
+}
+
 void FileLogger::KeepLine(std::unique_ptr<std::ostringstream> line) {
     static const std::ios& untouched = *new std::ios(nullptr); // never destroyed: the worker may outlive statics
     line->str({});
@@ -274,19 +290,6 @@ void FileLogger::KeepLine(std::unique_ptr<std::ostringstream> line) {
     const std::lock_guard<std::mutex> lock(m_SpareLock);
     if (m_Spare.size() < SPARE_LIMIT)
         m_Spare.push_back(std::move(line));
-}
-
-void FileLogger::OnDeletor(void* item) {
-    delete static_cast<std::ostringstream*>(item);
-}
-
-void FileLogger::WritePrefix(std::streambuf& out, const LogTag& tag, std::string_view function) const {
-    char time[TIME_SIZE];
-    FormatTime(time);
-    for (const std::string_view piece :
-         {std::string_view(time), std::string_view(m_BeforeTag), std::string_view(tag.name),
-          std::string_view(m_AfterTag), function, std::string_view("] ")})
-        out.sputn(piece.data(), static_cast<std::streamsize>(piece.size()));
 }
 
 LogLine::LogLine(const LogTag& tag, std::string_view function, int sourceLine)

@@ -15,7 +15,7 @@ namespace qz::common {
 
 namespace {
 
-constexpr int DIRECTORY_MODE = 0731; // as it is, deliberately
+constexpr int DIRECTORY_MODE = 0731; // what the other programs of the appliance make them with
 
 } // namespace
 

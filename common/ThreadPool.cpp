@@ -58,7 +58,8 @@ bool ThreadPool::Enqueue(void* item) {
         return false;
     const std::lock_guard<std::mutex> lock(m_QueueLock);
     const size_t queued = m_Queue.size();
-    // The size before the append is what is compared, so the queue admits one item more than the limit: deliberate.
+    // The size before the append is what is compared, so the queue admits one item more than the limit, as users of the
+    // pool have always been able to count on.
     if (m_QueueLimit < static_cast<int64_t>(queued))
         return false;
     m_Queue.push_back(item);

@@ -92,6 +92,8 @@ public:
     // Whole seconds since the last modification, -1 with a false result.
     static bool GetFileChangeDuration(const std::string& path, long& seconds);
 
+    // --- util/SaveFile.cpp
+
     // Writes the buffer's bytes to the file, created or truncated.  False when it was not opened, written and closed
     // without an error; an empty buffer makes an empty file.
     static bool SaveFile(std::string path, PacketBuffer& data);

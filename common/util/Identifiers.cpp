@@ -12,7 +12,7 @@ namespace qz::common {
 namespace {
 
 constexpr int UUID_BYTES = 16;
-constexpr size_t DASHED_LENGTH = 35; // one short of a whole identifier: its buffer has always been
+constexpr size_t DASHED_LENGTH = 35; // characters: one less than the format gives, as in all identifiers issued so far
 
 void DropLast(std::string& text) {
     if (!text.empty())

@@ -22,7 +22,7 @@ namespace qz::common {
 namespace {
 
 constexpr size_t COMM_LENGTH = 15;      // what the kernel keeps of a process name
-constexpr size_t PID_FILE_LIMIT = 4096; // a pid file is shorter; what is not one may have no end
+constexpr size_t PID_FILE_LIMIT = 4096; // bytes: no pid takes more, and a file without an end must not be read to it
 constexpr int LOCK_ATTEMPTS = 10;
 constexpr int KILL_AFTER_SECONDS = 5;
 
