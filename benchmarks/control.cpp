@@ -1,6 +1,6 @@
-// The command client: many clients at once lose and misread nothing, no snapshot that they report is an old
-// one, and they end soon after the daemon has published.  The real daemon with the simulator and real
-// capturectl processes.  Run by scripts/benchmark.sh, on the private appliance.
+// The command client: many clients at once lose and misread nothing, no snapshot that they report is an old one, and
+// they end soon after the daemon has published.  The real daemon with the simulator and real capturectl processes.  Run
+// by scripts/benchmark.sh, on the private appliance.
 //
 //     bench_control [COMMANDS [SNAPSHOTS]]      default 2000 and 400; 100000 and 10000 take half an hour
 #include <fcntl.h>
@@ -108,8 +108,8 @@ void FailNextSnapshot() {
     std::ofstream(CONTROL_PATH, std::ios::app) << "fail kt_md_capture 1\n";
 }
 
-// Every answer is counted against what the daemon itself logged.  With a small picture, so that the daemon is
-// quick, and with failures among the snapshots.
+// Every answer is counted against what the daemon itself logged.  With a small picture, so that the daemon is quick,
+// and with failures among the snapshots.
 void Commands(Report& report, int count) {
     const std::string picture = common::TMP_DIR + "/small.jpg";
     Require(

@@ -2,6 +2,9 @@
 #
 #   cmake --build build/board --target package    makes plinta-capture_VERSION_ARCHITECTURE.deb
 
+install(FILES ${PROJECT_SOURCE_DIR}/docs/man/capturectl.1 DESTINATION /usr/share/man/man1)
+install(FILES ${PROJECT_SOURCE_DIR}/docs/man/capture-log.5 DESTINATION /usr/share/man/man5)
+install(FILES ${PROJECT_SOURCE_DIR}/docs/man/capture.8 DESTINATION /usr/share/man/man8)
 install(TARGETS capture capturectl RUNTIME DESTINATION /opt/tormel/plinta/agent/latest)
 
 set(CPACK_GENERATOR DEB)

@@ -10,7 +10,7 @@ packages_of() {
     case $1 in
         build) echo 'g++ cmake ninja-build libjpeg-dev|libjpeg62-turbo-dev libssl-dev libcli11-dev' ;;
         test) echo 'libgtest-dev libjpeg-turbo-progs openssl' ;;
-        lint) echo 'clang-format clang-tidy shellcheck' ;;
+        lint) echo 'clang-format clang-tidy shellcheck mandoc' ;;
         bench) echo 'libspdlog-dev' ;;
         coverage) echo 'gcovr' ;;
         sweep) echo 'strace' ;;
