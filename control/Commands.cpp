@@ -11,10 +11,9 @@
 #include <iostream>
 #include <iterator>
 #include <optional>
+#include <thread>
 
 #include "common/Constants.h"
-#include "common/Process.h"
-#include "control/ChangeWatch.h"
 #include "control/CommandPipe.h"
 #include "control/Instance.h"
 #include "control/LogReader.h"
@@ -24,6 +23,16 @@ namespace qz::control {
 
 namespace {
 
+// The log is looked at this often.  Not inotify: closing its descriptor, at the latest at the exit, waits 10 to 20 ms
+// in the kernel, which is more than this costs.
+constexpr std::chrono::milliseconds LOOK_INTERVAL{1};
+constexpr std::chrono::milliseconds PROCESS_INTERVAL{50}; // and the process, which takes longer to look at
+constexpr std::chrono::milliseconds FOLLOW_INTERVAL{100};
+
+void Pause(std::chrono::milliseconds time) {
+    std::this_thread::sleep_for(time);
+}
+
 bool Begins(const std::string& text, const std::string& start) {
     return text.compare(0, start.size(), start) == 0;
 }
@@ -32,8 +41,7 @@ bool Begins(const std::string& text, const std::string& start) {
 class Conversation {
 public:
     explicit Conversation(std::chrono::milliseconds timeout)
-        : m_Deadline(timeout), m_Instance(Instance::Look()), m_Log(LogDirectory(), DAEMON_NAME),
-          m_Watch({LogDirectory(), qz::common::TMP_DIR}) {
+        : m_Deadline(timeout), m_Instance(Instance::Look()), m_Log(LogDirectory(), DAEMON_NAME) {
         m_Log.SeekToEnd();
     }
 
@@ -49,8 +57,13 @@ public:
     // Hands the daemon's records to the function until that has seen enough.  Throws a Failure when the daemon ends
     // before, or the time is up.
     void Until(const std::function<bool(const LogRecord&)>& enough) {
+        auto nextLook = std::chrono::steady_clock::now();
         for (;;) {
-            const bool gone = !Alive(); // looked at before the log: what it wrote last is read then
+            bool gone = false;
+            if (std::chrono::steady_clock::now() >= nextLook) {
+                gone = !Alive(); // looked at before the log: what it wrote last is read then
+                nextLook += PROCESS_INTERVAL;
+            }
             while (const std::optional<LogRecord> record = m_Log.Next()) {
                 if (record->pid != m_Instance.pid)
                     continue;
@@ -64,7 +77,7 @@ public:
                               "the daemon ended meanwhile" + (m_LastError.empty() ? "" : ": " + m_LastError)};
             if (m_Deadline.Passed())
                 throw Failure{TIMED_OUT, "timed out", "no answer within the time given"};
-            m_Watch.Wait(m_Deadline);
+            Pause(LOOK_INTERVAL);
         }
     }
 
@@ -73,7 +86,7 @@ public:
         while (Alive()) {
             if (m_Deadline.Passed())
                 throw Failure{TIMED_OUT, "timed out", "the daemon is still there"};
-            m_Watch.Wait(m_Deadline);
+            Pause(LOOK_INTERVAL);
         }
     }
 
@@ -86,7 +99,6 @@ private:
     const Deadline m_Deadline;
     const Instance m_Instance;
     LogReader m_Log;
-    ChangeWatch m_Watch;
     std::string m_LastError;
 };
 
@@ -270,12 +282,11 @@ Report ShowStatus() {
 
 Report WaitReady(std::chrono::milliseconds timeout) {
     const Deadline deadline(timeout);
-    ChangeWatch watch({LogDirectory(), qz::common::PID_DIR});
     Instance daemon;
     while (!(daemon = Instance::Look()).Running()) {
         if (deadline.Passed())
             throw Failure{NO_DAEMON, "not running", "the daemon is not running"};
-        watch.Wait(deadline);
+        Pause(LOOK_INTERVAL);
     }
     Conversation conversation(deadline.Left());
     conversation.Log().SeekToLastFile();
@@ -289,7 +300,6 @@ Report WaitReady(std::chrono::milliseconds timeout) {
 void PrintLog(bool follow, const std::string& level, const std::string& text) {
     const bool colours = isatty(STDOUT_FILENO) && !getenv("NO_COLOR");
     LogReader log(LogDirectory(), DAEMON_NAME);
-    ChangeWatch watch({LogDirectory()});
     for (;;) {
         while (const std::optional<LogRecord> record = log.Next()) {
             const bool low = !record->level.empty() && Rank(record->level) > Rank(level);
@@ -299,7 +309,7 @@ void PrintLog(bool follow, const std::string& level, const std::string& text) {
         std::cout.flush();
         if (!follow || !std::cout)
             return;
-        watch.Wait(Deadline(std::chrono::hours(1)));
+        Pause(FOLLOW_INTERVAL);
     }
 }
 
