@@ -39,7 +39,7 @@ TEST(Snapshot, ScaleOfEveryStep) {
 TEST(Snapshot, PublishesThePictureAndItsScaledLiveView) {
     const std::tuple<int, int, int, const char*, std::string> rows[] = {
         {1366, 768, 2, "GIF 854 x 480", "1366 X 768, rate: 70, ratio: 0.7, vertical: 0"},
-        {1920, 1080, 1, "GIF 720 x 405", "1920 X 1080, rate: 40, ratio: 0.5, vertical: 1"},
+        {1920, 1080, 3, "GIF 720 x 405", "1920 X 1080, rate: 40, ratio: 0.5, vertical: 1"},
         {17, 9, -1, "GIF 17 x 9", "17 X 9, rate: 5640, ratio: 56.4, vertical: 0"}};
     for (const auto& [width, height, mode, size, line] : rows) {
         SCOPED_TRACE(line);
