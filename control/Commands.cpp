@@ -124,8 +124,9 @@ public:
         const std::string& message = record.message;
         if (message == "kt_md_capture failed" || message == "Capture not initialized") {
             m_Error = message;
-        } else if (Begins(message, "Resize complete.") || Begins(message, "GetSize failed.")) {
-            m_Note = record.level == "ERR" ? message : "";
+        } else if (Begins(message, "GetSize failed.")) {
+            throw Failure{PICTURE_FAILED, "picture failed", "no usable picture: " + message};
+        } else if (Begins(message, "Resize complete.")) {
             return Picture::Snapshot().NotBefore(m_Asked);
         } else if (Begins(message, "copy finished: `" + qz::common::LIVEVIEW_FAILED_PATH + "` to `" +
                                        qz::common::LIVEVIEW_PATH)) {
@@ -147,14 +148,13 @@ public:
         if (fresh)
             AddPicture(report, "live_view", liveView);
         else
-            report.Line("no new live view: " + (m_Note.empty() ? "the decoder djpeg is missing or failed" : m_Note));
+            report.Line("no new live view: the decoder djpeg is missing or failed");
         return report;
     }
 
 private:
     const timespec m_Asked;
     std::string m_Error;
-    std::string m_Note; // why there is no live view
 };
 
 Report Gone(const Conversation& conversation) {

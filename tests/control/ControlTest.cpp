@@ -64,6 +64,9 @@ TEST(Control, PicturesAreNewOrThereIsNone) {
     control("state STATE_SETUP");
     EXPECT_EQ(Call("snapshot"), "1 capturectl: no picture: the encoder is not encoding\n");
     control("state STATE_ENCODING");
+    control("capture empty");
+    EXPECT_EQ(Call("snapshot").substr(0, 40), "1 capturectl: no usable picture: GetSize");
+    control("capture normal");
     Appliance::ReplaceDecoder("exit 1");
     EXPECT_PRED2(Has, Call("snapshot"), "no new live view: the decoder");
     control("capture slow 3000");
