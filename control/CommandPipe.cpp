@@ -50,12 +50,20 @@ CommandPipe::CommandPipe() {
         ThrowOpenError(errno);
 }
 
-void CommandPipe::Send(const std::string& command, const Deadline& deadline) {
-    for (int unread = 1; ioctl(m_Pipe.Get(), FIONREAD, &unread) == 0 && unread > 0;) {
+void CommandPipe::WaitUntilEmpty(const Deadline& deadline) const {
+    while (Unread() > 0) {
         if (deadline.Passed())
             throw Failure{REFUSED, "pipe full", "the daemon does not read what others have written into the pipe"};
         std::this_thread::sleep_for(INTERVAL);
     }
+}
+
+int CommandPipe::Unread() const {
+    int count = 0;
+    return ioctl(m_Pipe.Get(), FIONREAD, &count) == 0 ? count : 0;
+}
+
+void CommandPipe::Write(const std::string& command) {
     if (write(m_Pipe.Get(), command.data(), command.size()) != static_cast<ssize_t>(command.size()))
         ThrowOpenError(errno == EPIPE ? ENXIO : errno);
 }

@@ -13,9 +13,15 @@ public:
     // Opens the pipe.  Throws a Failure that says what is wrong with it.
     CommandPipe();
 
-    // Writes the command in one go, once what others have written has been read: two commands at once would be read as
-    // pieces of both.  Throws a Failure.
-    void Send(const std::string& command, const Deadline& deadline);
+    // Waits until what others have written has been read: two commands at once would be read as pieces of both.
+    // Throws a Failure.
+    void WaitUntilEmpty(const Deadline& deadline) const;
+
+    // Bytes that have not been read yet.
+    int Unread() const;
+
+    // Writes the command in one go.  Throws a Failure.
+    void Write(const std::string& command);
 
 private:
     qz::common::UniqueFd m_Pipe;

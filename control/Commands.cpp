@@ -12,6 +12,8 @@
 #include <iterator>
 #include <optional>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "common/Constants.h"
 #include "control/CommandPipe.h"
@@ -54,9 +56,35 @@ public:
             throw Failure{NO_DAEMON, "not running", "the daemon is not running"};
     }
 
-    // Hands the daemon's records to the function until that has seen enough.  Throws a Failure when the daemon ends
-    // before, or the time is up.
-    void Until(const std::function<bool(const LogRecord&)>& enough) {
+    // Writes the command into the pipe and hands the daemon's records to the function until that has seen enough.  What
+    // is logged before the daemon has read the command is about the commands of others.  A command that was read and
+    // left no line may have been torn by what another writer put in at the same moment: it is written once more when
+    // half of the time has gone.
+    void Ask(CommandPipe& pipe, const std::string& command, const std::function<bool(const LogRecord&)>& enough) {
+        pipe.Write(command);
+        bool read = false;
+        bool silent = true;
+        bool again = false;
+        Until(
+            [&](const LogRecord& record) {
+                silent = silent && (record.level == "WRN" || Begins(record.message, "Invalid screenMode"));
+                return enough(record);
+            },
+            [&] {
+                read = read || pipe.Unread() == 0;
+                if (read && silent && !again && m_Deadline.HalfPassed()) {
+                    again = true;
+                    pipe.Write(command);
+                }
+                return read;
+            });
+    }
+
+    // Hands the daemon's records to the function until that has seen enough; those that there are while it is not yet
+    // time for it are passed over.  Throws a Failure when the daemon ends before, or the time is up.
+    void Until(
+        const std::function<bool(const LogRecord&)>& enough,
+        const std::function<bool()>& isTime = [] { return true; }) {
         auto nextLook = std::chrono::steady_clock::now();
         for (;;) {
             bool gone = false;
@@ -64,12 +92,17 @@ public:
                 gone = !Alive(); // looked at before the log: what it wrote last is read then
                 nextLook += PROCESS_INTERVAL;
             }
-            while (const std::optional<LogRecord> record = m_Log.Next()) {
-                if (record->pid != m_Instance.pid)
+            std::vector<LogRecord> records;
+            while (std::optional<LogRecord> record = m_Log.Next())
+                records.push_back(std::move(*record));
+            // Asked after the reading: what has been read by then was logged before.
+            const bool time = isTime();
+            for (const LogRecord& record : records) {
+                if (record.pid != m_Instance.pid)
                     continue;
-                if (record->level == "ERR")
-                    m_LastError = record->message;
-                if (enough(*record))
+                if (record.level == "ERR")
+                    m_LastError = record.message;
+                if (time && enough(record))
                     return;
             }
             if (gone)
@@ -207,11 +240,11 @@ Report TakeSnapshot(std::chrono::milliseconds timeout, const std::string& output
     const Deadline deadline(timeout);
     const ClientLock alone(deadline);
     CommandPipe pipe;
+    pipe.WaitUntilEmpty(deadline);
     Conversation conversation(deadline.Left());
     conversation.RequireRunning();
     SnapshotOutcome outcome(FileSystemNow());
-    pipe.Send("capture_run", deadline);
-    conversation.Until([&](const LogRecord& record) { return outcome.Take(record); });
+    conversation.Ask(pipe, "capture_run", [&](const LogRecord& record) { return outcome.Take(record); });
     Report report = outcome.Tell();
     if (!output.empty())
         CopyPicture(Picture::Snapshot(), output);
@@ -224,11 +257,11 @@ Report Rotate(std::chrono::milliseconds timeout, int degrees) {
     const Deadline deadline(timeout);
     const ClientLock alone(deadline);
     CommandPipe pipe;
+    pipe.WaitUntilEmpty(deadline);
     Conversation conversation(deadline.Left());
     conversation.RequireRunning();
     const std::string mode = std::to_string(degrees / 90);
-    pipe.Send("screenMode" + mode, deadline);
-    conversation.Until([&](const LogRecord& record) {
+    conversation.Ask(pipe, "screenMode" + mode, [&](const LogRecord& record) {
         if (record.message == "ScreenModeChange failed: " + mode)
             throw Failure{PICTURE_FAILED, "rotation failed", "the encoder could not be re-opened turned"};
         return record.message == "ScreenModeChange success: " + mode;
@@ -243,9 +276,10 @@ Report End(std::chrono::milliseconds timeout) {
     const Deadline deadline(timeout);
     const ClientLock alone(deadline);
     CommandPipe pipe;
+    pipe.WaitUntilEmpty(deadline);
     Conversation conversation(deadline.Left());
     conversation.RequireRunning();
-    pipe.Send("capture_end", deadline);
+    pipe.Write("capture_end");
     conversation.UntilGone();
     return Gone(conversation);
 }

@@ -64,6 +64,17 @@ TEST(Control, PicturesAreNewOrThereIsNone) {
     control("state STATE_SETUP");
     EXPECT_EQ(Call("snapshot"), "1 capturectl: no picture: the encoder is not encoding\n");
     control("state STATE_ENCODING");
+    // A stranger's request that fails while ours waits for the pipe is not ours, and a command that is lost is
+    // written again.
+    const std::string fifo = Appliance::Tmp("capture.fifo"), resume = "kill -CONT " + std::to_string(daemon.Pid());
+    for (const std::string& before : {"printf capture_run >" + fifo + "; (sleep 0.2; " + resume + ") &",
+                                      "(sleep 0.2; head -c 11 " + fifo + " >/dev/null; " + resume + ") &"}) {
+        if (before.front() == 'p')
+            control("fail kt_md_capture 1"); // another line than above
+        kill(daemon.Pid(), SIGSTOP);
+        Shell(before);
+        EXPECT_PRED2(Has, Call("snapshot --timeout 3"), "0 /opt") << before;
+    }
     control("capture empty");
     EXPECT_EQ(Call("snapshot").substr(0, 40), "1 capturectl: no usable picture: GetSize");
     control("capture normal");
