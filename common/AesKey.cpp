@@ -2,7 +2,6 @@
 #include "common/AesKey.h"
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 
@@ -58,15 +57,8 @@ bool AesKey::loadFileContent(std::string path, PacketBuffer& out) {
         return false;
     const auto length = static_cast<int>(status.st_size);
     // One more for the zero byte, where the limit has room for it.
-    if (!out.Resize(std::min(length + 1, PacketBuffer::LIMIT)) || !out.SetLength(length))
-        return false;
-    for (int done = 0; done < length;) {
-        const ssize_t count = ReadSome(file.Get(), out.Data() + done, static_cast<size_t>(length - done));
-        if (count <= 0)
-            return false;
-        done += static_cast<int>(count);
-    }
-    return true;
+    return out.Resize(std::min(length + 1, PacketBuffer::LIMIT)) && out.SetLength(length) &&
+           ReadAll(file.Get(), out.Data(), static_cast<size_t>(length)) == static_cast<size_t>(length);
 }
 
 AesKey::Cipher::Cipher(const AesKey& key, Direction direction) : m_Context(EVP_CIPHER_CTX_new()) {

@@ -40,7 +40,8 @@ protected:
         Cipher(const Cipher&) = delete;
         Cipher& operator=(const Cipher&) = delete;
 
-        // How many bytes went to out, which may be the data's own place: at most length + 15.
+        // How many bytes went to out: at most length + 15.  Out may be the data's own place as long as only whole
+        // blocks came before: the rest of one would be written over what has not been read yet.
         int Update(const char* data, int length, char* out);
         // The rest: at most 16.
         int Finish(char* out);

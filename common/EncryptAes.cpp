@@ -14,7 +14,8 @@ namespace qz::common {
 
 namespace {
 
-constexpr int64_t PIECE = 64 * 1024; // bytes: what stays in the processor's cache from the reading to the writing
+// Bytes: whole blocks, and what stays in the processor's cache from the reading to the writing.
+constexpr int64_t PIECE = 64 * 1024;
 
 } // namespace
 
@@ -54,13 +55,13 @@ bool EncryptAes::EncryptPieces(int in, int out, int64_t size) const {
     Cipher cipher(*this, ENCRYPT);
     std::vector<char> piece(PIECE + BLOCK);
     for (int64_t left = size; left > 0;) {
-        const ssize_t count = ReadSome(in, piece.data(), static_cast<size_t>(std::min<int64_t>(left, PIECE)));
-        if (count <= 0)
+        const auto count = static_cast<size_t>(std::min<int64_t>(left, PIECE));
+        if (ReadAll(in, piece.data(), count) != count)
             return false; // it has become shorter
         const int made = cipher.Update(piece.data(), static_cast<int>(count), piece.data());
         if (made < 0 || WriteAll(out, piece.data(), static_cast<size_t>(made)) != static_cast<size_t>(made))
             return false;
-        left -= count;
+        left -= static_cast<int64_t>(count);
     }
     const int made = cipher.Finish(piece.data());
     return made >= 0 && WriteAll(out, piece.data(), static_cast<size_t>(made)) == static_cast<size_t>(made);

@@ -47,6 +47,14 @@ ssize_t ReadSome(int fd, char* data, size_t size) {
     return count;
 }
 
+size_t ReadAll(int fd, char* data, size_t size) {
+    size_t done = 0;
+    ssize_t count = 1;
+    while (done < size && (count = ReadSome(fd, data + done, size - done)) > 0)
+        done += static_cast<size_t>(count);
+    return done;
+}
+
 size_t WriteAll(int fd, const char* data, size_t size) {
     size_t done = 0;
     while (done < size) {

@@ -29,6 +29,9 @@ UniqueFd OpenRegularForWriting(const char* path, int flags);
 // The next bytes, as read gives them, but not interrupted by a signal.
 ssize_t ReadSome(int fd, char* data, size_t size);
 
+// How many bytes were read: as many as were asked for, or fewer before the end or an error.
+size_t ReadAll(int fd, char* data, size_t size);
+
 // How many of the bytes were written: all of them, or fewer before an error.
 size_t WriteAll(int fd, const char* data, size_t size);
 
