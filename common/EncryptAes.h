@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "common/AesKey.h"
@@ -17,12 +18,13 @@ public:
     // The same over a file's bytes; see loadFileContent.  After a failure out is empty.
     bool FileCbcEncrypt(std::string path, PacketBuffer& out);
 
-    // The same from file to file, piece by piece, without the whole of it in memory.  After a failure there is no half
-    // of a target.
+    // The same from file to file, piece by piece, without the whole of it in memory.  A failure leaves the target as it
+    // was; one that is a link, or another user's file, may be empty then.
     bool FileCbcEncrypt(std::string path, std::string target);
 
 private:
-    bool EncryptPieces(int in, int out, int64_t size) const;
+    using TakePiece = std::function<bool(const char* bytes, int count)>;
+    bool EncryptPieces(int in, int64_t size, const TakePiece& take) const;
 };
 
 } // namespace qz::common

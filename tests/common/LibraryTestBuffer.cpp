@@ -71,12 +71,14 @@ TEST(Buffer, CopiesAreDeepAndEndWithAZero) {
 TEST(Encryption, EveryLengthComesBackAndIsWhatOthersMakeOfIt) {
     const std::string theirs = "openssl enc -aes-256-cbc -iv 9d2e7b4a1c6f3e8d5a0b7c2e4f6a8b1d "
                                "-K 4b8e2f71a6c3d9051e7ab4f2c86d3a9e0f5b7c1d2e8a4f6b9c3d5e7a1b2c4d6e -in a.enc.txt";
+    Shell("cd /opt; printf older > a.enc.txt.enc; chmod 600 a.enc.txt.enc");
     for (const int length : {1, 15, 16, 17, 31, 32, 1024, 70001}) {
         SCOPED_TRACE(length);
         Shell("seq 20000 | head -c " + std::to_string(length) + " > /opt/a.enc.txt");
         EXPECT_TRUE(Util::SaveToEnc("/opt/a.enc.txt") && Util::SaveToDec("/opt/a.enc.txt.enc"));
         Shell("cd /opt && " + theirs + " | cmp - a.enc.txt.enc && cmp a.enc.txt a.txt.enc"); // the first ".enc" goes
     }
+    Shell("cd /opt; test $(stat -c %a a.enc.txt.enc) = 600 -a $(ls | wc -l) = 3"); // replaced, with its mode
 }
 
 TEST(Encryption, KeysIVsAndRefusals) {
@@ -109,7 +111,8 @@ TEST(Encryption, FilesUpToTheLimit) {
     PacketBuffer out(10, "old", 3), bytes(10, "a\0b", 3), none;
     // The largest that can be encrypted, the largest that can be read, one more.
     Shell("cd /opt; truncate -s 52428799 most; truncate -s 52428800 full; truncate -s 52428801 over; "
-          "touch empty; mkdir folder plain.enc small; mkfifo fifo; printf 0123456789abcdef > plain");
+          "touch empty; mkdir folder plain.enc small; mkfifo fifo; printf 0123456789abcdef | tee plain > link; ln -s "
+          "linked link.enc");
     EXPECT_TRUE(aes.loadFileContent("/opt/empty", out) && out.Empty());
     EXPECT_TRUE(aes.loadFileContent("/opt/full", out) && out.Length() == LIMIT);
     for (const char* path : {"/opt/over", "/opt/folder", "/opt/missing", "/dev/zero", "/opt/fifo"})
@@ -119,9 +122,12 @@ TEST(Encryption, FilesUpToTheLimit) {
     EXPECT_TRUE(!aes.FileCbcEncrypt("/opt/full", out) && out.Capacity() == 0); // no plaintext stays
     const Mount small("/opt/small", "size=64k");
     WriteFile("/opt/small/text", std::string(40000, 'x')); // its ciphertext does not fit
+    WriteFile("/opt/small/text.enc", "older");
     for (const char* path : {"/opt/empty", "/opt/folder", "/opt/fifo", "/opt/full", "/opt/small/text", "/opt/plain"})
         EXPECT_FALSE(Util::SaveToEnc(path)) << path;
-    EXPECT_FALSE(Exists("/opt/small/text.enc") || Util::SaveToDec("/opt/missing"));
+    Shell("cd /opt/small; test $(cat text.enc) = older -a $(ls | wc -l) = 2");
+    EXPECT_TRUE(Util::SaveToEnc("/opt/link") && ReadFile("/opt/linked").size() == 32 &&
+                !Util::SaveToDec("/opt/missing"));
     EXPECT_THROW(Util::SaveToDec("/opt/plain"), std::out_of_range);
 
     EXPECT_TRUE(Util::SaveFile("/opt/saved", bytes) && ReadFile("/opt/saved") == Text(bytes));
