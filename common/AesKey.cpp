@@ -94,9 +94,15 @@ bool AesKey::Run(Direction direction, const char* data, int length, PacketBuffer
     return written >= 0 && cipher.Finish(out.Data() + written) == out.Length() - written;
 }
 
-bool AesKey::Prepare(PacketBuffer& out, uint64_t length) {
-    return length <= PacketBuffer::LIMIT && out.Resize(static_cast<int>(length)) &&
-           out.SetLength(static_cast<int>(length));
+bool AesKey::Prepare(PacketBuffer& out, uint64_t length, const char*& data) {
+    const bool inPlace = data == out.Data();
+    if (length > PacketBuffer::LIMIT || (!inPlace && out.Holds(data)))
+        return false;
+    if (!out.Resize(static_cast<int>(length)) || !out.SetLength(static_cast<int>(length)))
+        return false;
+    if (inPlace)
+        data = out.Data(); // may have moved
+    return true;
 }
 
 void AesKey::Wipe(PacketBuffer& out) {

@@ -54,8 +54,9 @@ protected:
     // Runs the cipher over the data into out, which has the result's length already; the data may be out's own.  The
     // stored IV is not changed.  False when libcrypto fails.
     bool Run(Direction direction, const char* data, int length, PacketBuffer& out) const;
-    // Makes out exactly length bytes long, whatever it held.
-    static bool Prepare(PacketBuffer& out, uint64_t length);
+    // Makes out exactly length bytes long for what becomes of the data.  The data may be what out holds, from its first
+    // byte on, and is found there again afterwards; false when it lies anywhere else in out.
+    static bool Prepare(PacketBuffer& out, uint64_t length, const char*& data);
     // Empties out, so that nothing of what it held stays in memory.
     static void Wipe(PacketBuffer& out);
 

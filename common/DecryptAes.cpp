@@ -6,10 +6,8 @@
 namespace qz::common {
 
 bool DecryptAes::CbcDecrypt(const char* data, unsigned length, PacketBuffer& out) {
-    if (!data || length == 0 || length % BLOCK != 0)
-        return false;
-    const bool inPlace = data == out.Data();
-    if (!Prepare(out, length) || !Run(DECRYPT, inPlace ? out.Data() : data, static_cast<int>(length), out))
+    if (!data || length == 0 || length % BLOCK != 0 || !Prepare(out, length, data) ||
+        !Run(DECRYPT, data, static_cast<int>(length), out))
         return false;
     const int padding = static_cast<unsigned char>(out.Data()[length - 1]);
     return out.SetLength(std::max(0, static_cast<int>(length) - padding));

@@ -69,12 +69,8 @@ private:
 } // namespace
 
 bool EncryptAes::CbcEncrypt(const char* data, unsigned length, PacketBuffer& out) {
-    if (!data || length == 0)
-        return false;
-    const bool inPlace = data == out.Data();
-    if (!Prepare(out, uint64_t{length} - length % BLOCK + BLOCK))
-        return false;
-    return Run(ENCRYPT, inPlace ? out.Data() : data, static_cast<int>(length), out);
+    return data && length > 0 && Prepare(out, uint64_t{length} - length % BLOCK + BLOCK, data) &&
+           Run(ENCRYPT, data, static_cast<int>(length), out);
 }
 
 bool EncryptAes::FileCbcEncrypt(std::string path, PacketBuffer& out) {

@@ -121,8 +121,7 @@ bool PacketBuffer::CursorAppend(int cursor, const char* bytes, int count) {
 
 // Growing moves this buffer's own bytes away and cutting overwrites them: they are worked on as a copy.
 bool PacketBuffer::Detach(const char*& bytes, int count, PacketBuffer& copy) const {
-    const std::less<const char*> before; // an order for any two pointers
-    if (count == 0 || !m_Data || before(bytes, m_Data) || !before(bytes, m_Data + m_Capacity))
+    if (count == 0 || !Holds(bytes))
         return true;
     const bool copied = copy.Assign(bytes, count);
     bytes = copy.m_Data;
@@ -143,6 +142,11 @@ bool PacketBuffer::Put(int at, const char* bytes, int count) {
     if (count > 0)
         memmove(m_Data + at, bytes, static_cast<size_t>(count));
     return end <= m_Length || SetLength(static_cast<int>(end));
+}
+
+bool PacketBuffer::Holds(const char* address) const {
+    const std::less<const char*> before; // an order for any two pointers
+    return m_Data && !before(address, m_Data) && before(address, m_Data + m_Capacity);
 }
 
 PacketBuffer* PacketBuffer::Clone() const {

@@ -56,6 +56,9 @@ public:
     int Length() const { return m_Length; }
     int Capacity() const { return m_Capacity; }
 
+    // Whether the address lies within the capacity.
+    bool Holds(const char* address) const;
+
     // A copy on the heap, capacity included, which the caller owns.
     PacketBuffer* Clone() const;
 

@@ -100,7 +100,7 @@ TEST(Encryption, KeysIVsAndRefusals) {
     }
     EXPECT_FALSE(encrypt.CbcEncrypt("x", 0, out) || encrypt.CbcEncrypt(nullptr, 5, out) ||
                  encrypt.CbcEncrypt("x", UINT32_MAX, out) || decrypt.CbcDecrypt("0123456789abcdefg", 17, out) ||
-                 decrypt.CbcDecrypt("", 0, out));
+                 decrypt.CbcDecrypt("", 0, out) || encrypt.CbcEncrypt(out.Data() + 1, 5, out));
     // A last byte above the length, for many of these: nothing is left, and that is no error.
     for (const char byte : std::string("0123456789"))
         EXPECT_TRUE(decrypt.CbcDecrypt(std::string(16, byte).data(), 16, out) && out.Length() <= 16);
