@@ -36,18 +36,14 @@ AesKey::AesKey()
 
 bool AesKey::SetKey(PacketBuffer& key) {
     const int length = key.Length();
-    if (length != 16 && length != 24 && length != 32)
+    if ((length != 16 && length != 24 && length != 32) || !m_Key.Assign(key.Data(), length))
         return false;
-    m_Key = key;
     m_KeyLength = length;
     return true;
 }
 
 bool AesKey::SetIV(PacketBuffer& iv) {
-    if (iv.Length() != static_cast<int>(BLOCK))
-        return false;
-    m_IV = iv;
-    return true;
+    return iv.Length() == static_cast<int>(BLOCK) && m_IV.Assign(iv.Data(), iv.Length());
 }
 
 bool AesKey::loadFileContent(std::string path, PacketBuffer& out) {
@@ -66,7 +62,8 @@ AesKey::Cipher::Cipher(const AesKey& key, Direction direction) : m_Context(EVP_C
                                : key.m_KeyLength == 24 ? EVP_aes_192_cbc()
                                                        : EVP_aes_256_cbc();
     // Only the encryption pads: at decryption the padding is taken on trust, which libcrypto would not do.
-    m_Good = m_Context &&
+    // An empty IV: there was no memory for one, and libcrypto would take zeros.
+    m_Good = m_Context && !key.m_IV.Empty() &&
              EVP_CipherInit_ex(m_Context, cipher, nullptr, Bytes(key.m_Key), Bytes(key.m_IV), direction) == 1 &&
              EVP_CIPHER_CTX_set_padding(m_Context, direction == ENCRYPT) == 1;
 }
