@@ -42,6 +42,22 @@ private:
     bool m_Good;
 };
 
+// The implementation, looked up once and kept: to look it up for each digest takes longer than a short digest.
+const EVP_MD* Fetched(const char* name, const EVP_MD* otherwise) {
+    const EVP_MD* kind = EVP_MD_fetch(nullptr, name, nullptr);
+    return kind ? kind : otherwise;
+}
+
+const EVP_MD* Md5() {
+    static const EVP_MD* const kind = Fetched("MD5", EVP_md5());
+    return kind;
+}
+
+const EVP_MD* Sha256() {
+    static const EVP_MD* const kind = Fetched("SHA256", EVP_sha256());
+    return kind;
+}
+
 std::string HashData(const EVP_MD* kind, const unsigned char* data, unsigned length, unsigned char* digest) {
     if (!digest || (!data && length > 0))
         return "";
@@ -52,8 +68,8 @@ std::string HashData(const EVP_MD* kind, const unsigned char* data, unsigned len
 
 // Read without a stream in between, whose copy of the bytes would cost a tenth of the digest.
 bool HashFile(const EVP_MD* kind, const std::string& path, std::string& hex) {
-    hex.clear();
     const UniqueFd file = OpenRegularForReading(path.c_str());
+    hex.clear(); // not before: it may be the path
     if (!file.Valid())
         return false;
     Digest hash(kind);
@@ -77,28 +93,28 @@ uint32_t Half(const unsigned char* data) {
 
 std::string Util::ToHex(const unsigned char* bytes, int count) {
     static const char digits[] = "0123456789abcdef";
-    std::string text;
-    for (int i = 0; bytes && i < count; ++i) {
-        text += digits[bytes[i] >> 4];
-        text += digits[bytes[i] & 15];
-    }
+    if (!bytes || count < 1)
+        return "";
+    std::string text(static_cast<size_t>(count) * 2, '\0');
+    for (size_t i = 0; i < text.size(); ++i)
+        text[i] = digits[i % 2 == 0 ? bytes[i / 2] >> 4 : bytes[i / 2] & 15];
     return text;
 }
 
 std::string Util::Md5Hash(const unsigned char* data, unsigned int length, unsigned char* digest) {
-    return HashData(EVP_md5(), data, length, digest);
+    return HashData(Md5(), data, length, digest);
 }
 
 std::string Util::Sha256Hash(const unsigned char* data, unsigned int length, unsigned char* digest) {
-    return HashData(EVP_sha256(), data, length, digest);
+    return HashData(Sha256(), data, length, digest);
 }
 
 bool Util::Md5File(const std::string& path, std::string& hex) {
-    return HashFile(EVP_md5(), path, hex);
+    return HashFile(Md5(), path, hex);
 }
 
 bool Util::Sha256File(const std::string& path, std::string& hex) {
-    return HashFile(EVP_sha256(), path, hex);
+    return HashFile(Sha256(), path, hex);
 }
 
 unsigned int Util::SuperFastHash(const char* data, unsigned int length) {

@@ -29,6 +29,7 @@ TEST(Digests, AgreeWithTheSystemsPrograms) {
         }
         for (const char* path : {"/opt/missing", "/opt", "/dev/zero", "/opt/fifo"})
             EXPECT_TRUE(!hashFile(path, hex = "old") && hex.empty()) << path;
+        EXPECT_TRUE(hashFile(hex = "/opt/data", hex)); // over its own path
         EXPECT_EQ(hash(nullptr, 1, digest) + Util::ToHex(nullptr, 5), "");
     }
 }
