@@ -323,7 +323,7 @@ Report WaitReady(std::chrono::milliseconds timeout) {
         Pause(LOOK_INTERVAL);
     }
     Conversation conversation(deadline.Left());
-    conversation.Log().SeekToLastFile();
+    conversation.Log().SeekToStart(); // it may have started yesterday
     conversation.Until([](const LogRecord& record) { return record.message == "Initialize succeed"; });
     Report report;
     report.Line("ready, pid " + std::to_string(daemon.pid));

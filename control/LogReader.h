@@ -28,6 +28,7 @@ public:
 
     // Where reading begins: at the first record that is kept (as at first), of today's or the last file's, or behind
     // the last one there is now.
+    void SeekToStart();
     void SeekToLastFile();
     void SeekToEnd();
 

@@ -69,6 +69,9 @@ timespec FileSystemNow() {
 }
 
 void CopyPicture(const Picture& picture, const std::string& target) {
+    struct stat status {};
+    if (lstat(target.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) // a device would be replaced by a file
+        throw Failure{CANNOT_WRITE, "cannot write", target + " is no regular file"};
     const std::string half = target + "." + std::to_string(getpid());
     const std::string bytes = Contents(picture.path);
     FILE* file = fopen(half.c_str(), "wbxe");

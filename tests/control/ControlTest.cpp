@@ -50,6 +50,7 @@ TEST(Control, PicturesAreNewOrThereIsNone) {
     EXPECT_EQ(ReadFile("/opt/a.jpg"), ReadFile(Appliance::Tmp("md_capture.jpg")));
     EXPECT_EQ(GifSize("/opt/a.gif"), "GIF 960 x 540");
     EXPECT_EQ(Call("snapshot -o /opt/no/such").substr(0, 2), "73");
+    EXPECT_EQ(Call("snapshot -o /dev/null"), "73 capturectl: /dev/null is no regular file\n");
     EXPECT_EQ(Call("rotate 90"), "0 turned by 90 degrees\n");
     // A foreign writer with a line end, and one whose picture is older than our asking, do no harm.
     Appliance::Command("capture_run\n");
