@@ -45,7 +45,7 @@ public:
         posix_spawn_file_actions_adddup2(&m_Files, STDIN_FILENO, STDOUT_FILENO);
         posix_spawn_file_actions_adddup2(&m_Files, STDIN_FILENO, STDERR_FILENO);
         // Ours are close-on-exec; this is for the encoder library's.  Older C libraries cannot say it.
-#if __GLIBC_PREREQ(2, 34)
+#if defined(__GLIBC__) && (__GLIBC__ > 2 || __GLIBC_MINOR__ >= 34)
         posix_spawn_file_actions_addclosefrom_np(&m_Files, STDERR_FILENO + 1);
 #endif
     }

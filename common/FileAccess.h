@@ -9,6 +9,12 @@
 // Files that are what they should be, read and written without waiting for anybody.  Any thread.
 namespace qz::common {
 
+// A program that is compiled without the definitions of this library's target would disagree with it about both.
+static_assert(sizeof(off_t) == 8, "compile with -D_FILE_OFFSET_BITS=64");
+#if !defined(__GLIBC__) || __GLIBC__ > 2 || __GLIBC_MINOR__ >= 34 // before, 32 bits had no other time
+static_assert(sizeof(time_t) == 8, "compile with -D_TIME_BITS=64");
+#endif
+
 // Which file it is, whatever its name: tells whether a path or a descriptor still means the same one.
 struct FileIdentity {
     dev_t device = 0;
