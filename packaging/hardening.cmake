@@ -1,0 +1,33 @@
+# What makes a fault in the programs harder to abuse, and their bytes the same wherever they were built.
+# packaging/check-binary.sh looks at the result.
+
+include(CheckCXXCompilerFlag)
+
+# Programs that the loader may put anywhere, whose tables are read-only once they have started.
+set(type $<TARGET_PROPERTY:TYPE>)
+target_compile_options(qz_options INTERFACE $<$<NOT:$<STREQUAL:${type},SHARED_LIBRARY>>:-fPIE>)
+target_link_options(qz_options INTERFACE $<$<STREQUAL:${type},EXECUTABLE>:-pie>
+                                         -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
+
+target_compile_definitions(qz_options INTERFACE _GLIBCXX_ASSERTIONS)
+foreach(flag
+        -fstack-protector-strong
+        -fstack-clash-protection
+        -fcf-protection=full          # x86
+        -mbranch-protection=standard) # 64-bit ARM
+    string(MAKE_C_IDENTIFIER "QZ_HAS${flag}" has)
+    check_cxx_compiler_flag(${flag} ${has})
+    if(${has})
+        target_compile_options(qz_options INTERFACE ${flag})
+    endif()
+endforeach()
+
+# The checked functions of the C library are made by the optimiser, and in the sanitizers' way.
+set(optimised $<OR:$<CONFIG:Release>,$<CONFIG:RelWithDebInfo>,$<CONFIG:MinSizeRel>>)
+if(NOT QZ_SANITIZE)
+    target_compile_options(qz_options INTERFACE $<${optimised}:-U_FORTIFY_SOURCE> $<${optimised}:-D_FORTIFY_SOURCE=3>)
+endif()
+
+# No path of the machine that builds.  A debugger finds the sources from the checkout's folder.
+target_compile_options(qz_options INTERFACE
+    $<${optimised}:-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.> $<${optimised}:-ffile-prefix-map=${PROJECT_BINARY_DIR}=build>)
