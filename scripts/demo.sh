@@ -2,7 +2,7 @@
 # Builds the daemon and lets it do its main job on a private appliance with the simulated encoder: a snapshot,
 # a rotation, another snapshot, the end.  The pictures and the log are left in a folder.
 #
-#   scripts/demo.sh [--out DIR] [--] [PICTURE.jpg ...]     DIR: default demo-out/ in the checkout
+#   scripts/demo.sh [--preset PRESET] [--out DIR] [--] [PICTURE.jpg ...]     DIR: default demo-out/ in the checkout
 #
 # With pictures the encoder shows those, in this order, instead of its test card: a snapshot of each, and
 # after the rotation another one of the first.
@@ -10,6 +10,7 @@ set -eu
 . "$(dirname "$(readlink -f "$0")")/lib.sh"
 
 out=$root/demo-out
+preset=release
 # The pictures go behind what is still to be read.
 unread=$#
 options=yes
@@ -20,6 +21,11 @@ while [ "$unread" -gt 0 ]; do
         yes--out)
             [ "$unread" -gt 1 ] || refuse '--out needs a folder'
             out=$2
+            shift
+            unread=$((unread - 1)) ;;
+        yes--preset)
+            [ "$unread" -gt 1 ] || refuse '--preset needs a name'
+            preset=$2
             shift
             unread=$((unread - 1)) ;;
         yes--out=*) out=${1#--out=} ;;
@@ -47,7 +53,7 @@ for picture in "$@"; do
         refuse "cannot show $picture: $(printf '%s\n' "$reason" | head -n 1)"
 done
 
-run "$root/scripts/build.sh" release capture
+run "$root/scripts/build.sh" "$preset" capture
 
 work=$root/build/demo.$$
 cleanup() { rm -rf "$work"; }
@@ -62,7 +68,7 @@ done
 
 say 'starting the daemon on a private appliance'
 status=0
-run "$root/scripts/appliance.sh" "$root/scripts/demo-session.sh" "$work" || status=$?
+run "$root/scripts/appliance.sh" --preset "$preset" "$root/scripts/demo-session.sh" "$work" || status=$?
 [ "$status" != 141 ] || stop PIPE # nobody reads what we say
 
 rm -f "$out"/[0-9]*-md_capture.jpg "$out"/[0-9]*-liveview.gif "$out/capture.log" "$out/console.txt"

@@ -37,20 +37,20 @@ check_options "$@"
 
 cleanup() { rm -f "$root/build/$preset/Testing/Temporary"/*.tmp; } # of a ctest that was ended
 
-status=0
-reason=$("$root/scripts/sandbox.sh" true 2>&1) || status=$?
-case $status in
-    0) ;;
-    77) say "the tests that need a sandbox are skipped here: $reason" ;;
-    *) die "$reason" ;;
-esac
-
 groups='build test'
 [ "$preset" != coverage ] || groups="$groups coverage"
 # shellcheck disable=SC2086  # a list of words
 run "$root/scripts/setup.sh" $groups
 run "$root/scripts/build.sh" "$preset"
 cd "$root"
+
+status=0
+reason=$("$root/scripts/sandbox.sh" --for "build/$preset" true 2>&1) || status=$?
+case $status in
+    0) ;;
+    77) say "the tests that need a sandbox are skipped here: $reason" ;;
+    *) die "$reason" ;;
+esac
 
 say "ctest, preset $preset"
 [ "$preset" != coverage ] || find build/coverage -name '*.gcda' -delete
