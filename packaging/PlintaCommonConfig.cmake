@@ -1,0 +1,6 @@
+# The appliance's shared library: target_link_libraries(program PRIVATE PlintaCommon::common)
+include(CMakeFindDependencyMacro)
+find_dependency(Threads)
+find_dependency(JPEG)
+find_dependency(OpenSSL 3.0 COMPONENTS Crypto)
+include("${CMAKE_CURRENT_LIST_DIR}/PlintaCommonTargets.cmake")
