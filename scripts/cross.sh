@@ -39,13 +39,7 @@ if [ -n "$sysroot" ]; then
     fi
 elif [ ! -L "$folder" ] && [ "$(cat "$folder/packages" 2>/dev/null)" != "$packages" ]; then
     say "making the sysroot $folder"
-    # From where this machine has its packages.  Extracted only: nothing of it has to run.
-    # shellcheck disable=SC2016  # apt fills this in
-    mirror=$(apt-get indextargets --format '$(REPO_URI) $(CODENAME)' 'Identifier: Packages' |
-        awk '$2 == "bookworm" { print $1; exit }')
-    rm -rf "$folder.new"
-    run mmdebstrap --quiet --architectures="$arch" --variant=extract --include="$packages" \
-        bookworm "$folder.new" ${mirror:+"deb $mirror bookworm main"}
+    extract_debian "$arch" "$packages" "$folder.new"
     # The emulator takes a file of the sysroot for the machine's of that name.
     rm -rf "$folder.new/dev"
     echo "$packages" >"$folder.new/packages"

@@ -25,6 +25,21 @@ presets() {
         sed -n '/"hidden"/!s/.*{"name": "\([^"]*\)".*/\1/p' | xargs
 }
 
+# Extracts Debian's packages for an architecture, and those that they need, into a new folder.  They come from where
+# this machine has its own; nothing of them has to run.
+extract_debian() { # ARCH PACKAGE,PACKAGE... FOLDER [OPTION...]
+    of=$1
+    packages=$2
+    into=$3
+    shift 3
+    rm -rf "$into"
+    # shellcheck disable=SC2016  # apt fills this in
+    mirror=$(apt-get indextargets --format '$(REPO_URI) $(CODENAME)' 'Identifier: Packages' |
+        awk '$2 == "bookworm" { print $1; exit }')
+    run mmdebstrap --quiet --architectures="$of" --variant=extract --include="$packages" "$@" \
+        bookworm "$into" ${mirror:+"deb $mirror bookworm main"}
+}
+
 # Called at the end, however a script ends; one with something to remove has its own.
 cleanup() { :; }
 

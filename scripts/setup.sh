@@ -1,7 +1,8 @@
 #!/bin/sh
 # Installs what this tree needs from Debian's packages, only what is missing.
 #
-#   scripts/setup.sh [GROUP...]        groups: build test lint bench coverage sweep fuzz cross package (default: build test)
+#   scripts/setup.sh [GROUP...]        groups: build test lint bench coverage sweep fuzz cross package
+#                                      (default: build test)
 set -eu
 . "$(dirname "$(readlink -f "$0")")/lib.sh"
 
@@ -16,7 +17,7 @@ packages_of() {
         sweep) echo 'strace' ;;
         fuzz) echo 'clang libclang-rt-14-dev|libclang-rt-dev' ;;
         cross) echo 'g++-aarch64-linux-gnu g++-arm-linux-gnueabihf mmdebstrap qemu-user-static' ;;
-        package) echo 'lintian mmdebstrap' ;;
+        package) echo 'lintian mmdebstrap systemd' ;;
         *) refuse "there is no group '$1'; groups: build test lint bench coverage sweep fuzz cross package" ;;
     esac
 }
