@@ -50,14 +50,6 @@ CommandPipe::CommandPipe() {
         ThrowOpenError(errno);
 }
 
-void CommandPipe::WaitUntilEmpty(const Deadline& deadline) const {
-    while (Unread() > 0) {
-        if (deadline.Passed())
-            throw Failure{REFUSED, "pipe full", "the daemon does not read what others have written into the pipe"};
-        std::this_thread::sleep_for(INTERVAL);
-    }
-}
-
 int CommandPipe::Unread() const {
     int count = 0;
     return ioctl(m_Pipe.Get(), FIONREAD, &count) == 0 ? count : 0;

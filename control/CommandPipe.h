@@ -13,10 +13,6 @@ public:
     // Opens the pipe.  Throws a Failure that says what is wrong with it.
     CommandPipe();
 
-    // Waits until what others have written has been read: two commands at once would be read as pieces of both.
-    // Throws a Failure.
-    void WaitUntilEmpty(const Deadline& deadline) const;
-
     // Bytes that have not been read yet.
     int Unread() const;
 

@@ -39,21 +39,30 @@ bool Begins(const std::string& text, const std::string& start) {
     return text.compare(0, start.size(), start) == 0;
 }
 
-// A running daemon and what it logs from now on.
+// A running daemon and what it logs.
 class Conversation {
 public:
-    explicit Conversation(std::chrono::milliseconds timeout)
-        : m_Deadline(timeout), m_Instance(Instance::Look()), m_Log(LogDirectory(), DAEMON_NAME) {
-        m_Log.SeekToEnd();
-    }
+    explicit Conversation(const Deadline& deadline)
+        : m_Deadline(deadline), m_Instance(Instance::Look()), m_Log(LogDirectory(), DAEMON_NAME) {}
 
-    const Deadline& Limit() const { return m_Deadline; }
     const Instance& Daemon() const { return m_Instance; }
-    LogReader& Log() { return m_Log; }
 
     void RequireRunning() const {
         if (!m_Instance.Running())
             throw Failure{NO_DAEMON, "not running", "the daemon is not running"};
+    }
+
+    // Waits until what others have written has been read: two commands at once would be read as pieces of both.  What
+    // has been logged by then is passed over.
+    void UntilRead(const CommandPipe& pipe) {
+        while (pipe.Unread() > 0) {
+            if (Ended()) // what it has not read stays in the pipe as long as another program has that open
+                ThrowEnded();
+            if (m_Deadline.Passed())
+                throw Failure{REFUSED, "pipe full", "the daemon does not read what others have written into the pipe"};
+            Pause(LOOK_INTERVAL);
+        }
+        m_Log.SeekToEnd();
     }
 
     // Writes the command into the pipe and hands the daemon's records to the function until that has seen enough.  What
@@ -62,6 +71,7 @@ public:
     // half of the time has gone.
     void Ask(CommandPipe& pipe, const std::string& command, const std::function<bool(const LogRecord&)>& enough) {
         pipe.Write(command);
+        const Deadline half(m_Deadline.Left() / 2);
         bool read = false;
         bool silent = true;
         bool again = false;
@@ -72,7 +82,7 @@ public:
             },
             [&] {
                 read = read || pipe.Unread() == 0;
-                if (read && silent && !again && m_Deadline.HalfPassed()) {
+                if (read && silent && !again && half.Passed()) {
                     again = true;
                     pipe.Write(command);
                 }
@@ -89,7 +99,7 @@ public:
         for (;;) {
             bool gone = false;
             if (std::chrono::steady_clock::now() >= nextLook) {
-                gone = !Alive(); // looked at before the log: what it wrote last is read then
+                gone = Ended(); // looked at before the log: what it wrote last is read then
                 nextLook += PROCESS_INTERVAL;
             }
             std::vector<LogRecord> records;
@@ -106,17 +116,16 @@ public:
                     return;
             }
             if (gone)
-                throw Failure{NO_DAEMON, "ended",
-                              "the daemon ended meanwhile" + (m_LastError.empty() ? "" : ": " + m_LastError)};
+                ThrowEnded();
             if (m_Deadline.Passed())
                 throw Failure{TIMED_OUT, "timed out", "no answer within the time given"};
             Pause(LOOK_INTERVAL);
         }
     }
 
-    // Waits until the process has gone and somebody else may start.
+    // Waits until it has ended and another may start.
     void UntilGone() {
-        while (Alive()) {
+        while (!Ended()) {
             if (m_Deadline.Passed())
                 throw Failure{TIMED_OUT, "timed out", "the daemon is still there"};
             Pause(LOOK_INTERVAL);
@@ -124,15 +133,34 @@ public:
     }
 
 private:
-    bool Alive() const {
+    // By the lock, which the kernel frees however the process ends.  While a daemon ends there is no pid file any more.
+    bool Ended() const {
         const Instance now = Instance::Look();
-        return now.pid == m_Instance.pid && now.alive;
+        return !now.lockHeld || (now.pid != 0 && now.pid != m_Instance.pid);
+    }
+
+    [[noreturn]] void ThrowEnded() const {
+        throw Failure{NO_DAEMON, "ended",
+                      "the daemon ended meanwhile" + (m_LastError.empty() ? "" : ": " + m_LastError)};
     }
 
     const Deadline m_Deadline;
     const Instance m_Instance;
     LogReader m_Log;
     std::string m_LastError;
+};
+
+// A client's turn with the running daemon: alone, and with nothing of others' in the pipe.
+struct Turn {
+    explicit Turn(std::chrono::milliseconds timeout) : deadline(timeout), alone(deadline), conversation(deadline) {
+        conversation.RequireRunning();
+        conversation.UntilRead(pipe);
+    }
+
+    const Deadline deadline;
+    const ClientLock alone;
+    CommandPipe pipe;
+    Conversation conversation;
 };
 
 void AddPicture(Report& report, const std::string& name, const Picture& picture) {
@@ -237,14 +265,9 @@ void PrintRecord(const LogRecord& record, bool colours) {
 } // namespace
 
 Report TakeSnapshot(std::chrono::milliseconds timeout, const std::string& output, const std::string& liveView) {
-    const Deadline deadline(timeout);
-    const ClientLock alone(deadline);
-    CommandPipe pipe;
-    pipe.WaitUntilEmpty(deadline);
-    Conversation conversation(deadline.Left());
-    conversation.RequireRunning();
+    Turn turn(timeout);
     SnapshotOutcome outcome(FileSystemNow());
-    conversation.Ask(pipe, "capture_run", [&](const LogRecord& record) { return outcome.Take(record); });
+    turn.conversation.Ask(turn.pipe, "capture_run", [&](const LogRecord& record) { return outcome.Take(record); });
     Report report = outcome.Tell();
     if (!output.empty())
         CopyPicture(Picture::Snapshot(), output);
@@ -254,14 +277,9 @@ Report TakeSnapshot(std::chrono::milliseconds timeout, const std::string& output
 }
 
 Report Rotate(std::chrono::milliseconds timeout, int degrees) {
-    const Deadline deadline(timeout);
-    const ClientLock alone(deadline);
-    CommandPipe pipe;
-    pipe.WaitUntilEmpty(deadline);
-    Conversation conversation(deadline.Left());
-    conversation.RequireRunning();
+    Turn turn(timeout);
     const std::string mode = std::to_string(degrees / 90);
-    conversation.Ask(pipe, "screenMode" + mode, [&](const LogRecord& record) {
+    turn.conversation.Ask(turn.pipe, "screenMode" + mode, [&](const LogRecord& record) {
         if (record.message == "ScreenModeChange failed: " + mode)
             throw Failure{PICTURE_FAILED, "rotation failed", "the encoder could not be re-opened turned"};
         return record.message == "ScreenModeChange success: " + mode;
@@ -273,19 +291,14 @@ Report Rotate(std::chrono::milliseconds timeout, int degrees) {
 }
 
 Report End(std::chrono::milliseconds timeout) {
-    const Deadline deadline(timeout);
-    const ClientLock alone(deadline);
-    CommandPipe pipe;
-    pipe.WaitUntilEmpty(deadline);
-    Conversation conversation(deadline.Left());
-    conversation.RequireRunning();
-    pipe.Write("capture_end");
-    conversation.UntilGone();
-    return Gone(conversation);
+    Turn turn(timeout);
+    turn.pipe.Write("capture_end");
+    turn.conversation.UntilGone();
+    return Gone(turn.conversation);
 }
 
 Report Stop(std::chrono::milliseconds timeout) {
-    Conversation conversation(timeout);
+    Conversation conversation{Deadline(timeout)};
     conversation.RequireRunning(); // so the pid is the daemon's, and the lock says that it is this one
     if (kill(conversation.Daemon().pid, SIGTERM) != 0)
         throw Failure{errno == EPERM ? NO_PERMISSION : NO_DAEMON, "no permission", strerror(errno)};
@@ -322,8 +335,7 @@ Report WaitReady(std::chrono::milliseconds timeout) {
             throw Failure{NO_DAEMON, "not running", "the daemon is not running"};
         Pause(LOOK_INTERVAL);
     }
-    Conversation conversation(deadline.Left());
-    conversation.Log().SeekToStart(); // it may have started yesterday
+    Conversation conversation(deadline); // which reads the log from its start: the daemon may have started yesterday
     conversation.Until([](const LogRecord& record) { return record.message == "Initialize succeed"; });
     Report report;
     report.Line("ready, pid " + std::to_string(daemon.pid));

@@ -7,10 +7,8 @@ namespace qz::control {
 // The moment until which a command may take.
 class Deadline {
 public:
-    explicit Deadline(std::chrono::milliseconds limit)
-        : m_Half(Clock::now() + limit / 2), m_End(Clock::now() + limit) {}
+    explicit Deadline(std::chrono::milliseconds limit) : m_End(Clock::now() + limit) {}
     bool Passed() const { return Clock::now() >= m_End; }
-    bool HalfPassed() const { return Clock::now() >= m_Half; }
     std::chrono::milliseconds Left() const {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(m_End - Clock::now());
         return left.count() > 0 ? left : std::chrono::milliseconds(0);
@@ -18,7 +16,6 @@ public:
 
 private:
     using Clock = std::chrono::steady_clock;
-    Clock::time_point m_Half;
     Clock::time_point m_End;
 };
 

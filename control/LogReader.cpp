@@ -87,12 +87,6 @@ bool LogReader::Open(const std::string& file) {
     return m_Descriptor.Valid();
 }
 
-void LogReader::SeekToStart() {
-    m_File.clear();
-    m_Descriptor.Reset();
-    m_Buffer.clear();
-}
-
 void LogReader::SeekToLastFile() {
     std::string last = m_File;
     for (std::string next = last; !(next = FileAfter(next)).empty();)

@@ -26,9 +26,8 @@ class LogReader {
 public:
     LogReader(std::string directory, std::string name);
 
-    // Where reading begins: at the first record that is kept (as at first), of today's or the last file's, or behind
+    // Where reading begins: at the first record that is kept unless one of these goes to the last file's, or behind
     // the last one there is now.
-    void SeekToStart();
     void SeekToLastFile();
     void SeekToEnd();
 
