@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <iostream>
 #include <iterator>
@@ -174,6 +175,13 @@ void AddPicture(Report& report, const std::string& name, const Picture& picture)
     report.Flag(name + "_failed", picture.failure);
 }
 
+// Whether the daemon tries to copy the file, and logs what came of it: it passes over one that is missing.
+bool IsCopied(const std::string& path) {
+    std::error_code unknown;
+    const auto type = std::filesystem::symlink_status(path, unknown).type();
+    return type != std::filesystem::file_type::not_found && type != std::filesystem::file_type::directory;
+}
+
 // What the daemon makes of one "capture_run".
 class SnapshotOutcome {
 public:
@@ -183,16 +191,19 @@ public:
     // its picture is older than our asking.  The picture is looked at with the last line, when it has been published.
     bool Take(const LogRecord& record) {
         const std::string& message = record.message;
+        // Whatever the daemon still logs about a failure is waited for: the next client must not take it for its own.
         if (message == "kt_md_capture failed" || message == "Capture not initialized") {
             m_Error = message;
+            if (!IsCopied(qz::common::LIVEVIEW_FAILED_PATH)) // then nothing follows
+                ThrowFailed();
         } else if (Begins(message, "GetSize failed.")) {
             throw Failure{PICTURE_FAILED, "picture failed", "no usable picture: " + message};
         } else if (Begins(message, "Resize complete.")) {
             return Picture::Snapshot().NotBefore(m_Asked);
-        } else if (Begins(message, "copy finished: `" + qz::common::LIVEVIEW_FAILED_PATH + "` to `" +
-                                       qz::common::LIVEVIEW_PATH)) {
-            throw Failure{PICTURE_FAILED, "picture failed",
-                          "no picture: " + (m_Error.empty() ? "the encoder is not encoding" : m_Error)};
+        } else if (message == "cannot read File" ||
+                   Begins(message, "copy finished: `" + qz::common::LIVEVIEW_FAILED_PATH + "` to `")) {
+            if (++m_Copies == 2) // in the place of each of the two pictures, or not
+                ThrowFailed();
         }
         return false;
     }
@@ -214,8 +225,14 @@ public:
     }
 
 private:
+    [[noreturn]] void ThrowFailed() const {
+        throw Failure{PICTURE_FAILED, "picture failed",
+                      "no picture: " + (m_Error.empty() ? "the encoder is not encoding" : m_Error)};
+    }
+
     const timespec m_Asked;
     std::string m_Error;
+    int m_Copies = 0; // of the failure picture that were tried
 };
 
 Report Gone(const Conversation& conversation) {

@@ -60,8 +60,13 @@ TEST(Control, PicturesAreNewOrThereIsNone) {
         Shell("printf '" + line + "\\nlog 5 " + line + "\\n' >>/opt/control");
         EXPECT_TRUE(daemon.Logs("DBG LogLevel[5] " + line)); // so it has been carried out
     };
-    control("fail kt_md_capture");
-    EXPECT_EQ(Call("snapshot"), "1 capturectl: no picture: kt_md_capture failed\n");
+    control("fail kt_md_capture 4");
+    const std::string stock = Appliance::Tmp("liveview_failed.jpg");
+    for (const std::string& to :
+         {"cp " + stock + " /opt", "rm " + stock, "mkfifo " + stock, "mv -f /opt/liveview_failed.jpg " + stock}) {
+        Shell(to);
+        EXPECT_EQ(Call("snapshot --timeout 3"), "1 capturectl: no picture: kt_md_capture failed\n") << to;
+    }
     control("state STATE_SETUP");
     EXPECT_EQ(Call("snapshot"), "1 capturectl: no picture: the encoder is not encoding\n");
     control("state STATE_ENCODING");
