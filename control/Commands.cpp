@@ -167,10 +167,10 @@ struct Turn {
 void AddPicture(Report& report, const std::string& name, const Picture& picture) {
     char age[32];
     snprintf(age, sizeof age, "%.1f s old", picture.age);
-    report.Line(picture.path + ", " + picture.kind + ", " + std::to_string(picture.size) + " bytes, " + age +
+    report.Line(picture.path + ", " + picture.kind + ", " + std::to_string(picture.bytes.size()) + " bytes, " + age +
                 (picture.failure ? ", the failure picture" : ""));
     report.Text(name, picture.path);
-    report.Number(name + "_bytes", static_cast<double>(picture.size));
+    report.Number(name + "_bytes", static_cast<double>(picture.bytes.size()));
     report.Number(name + "_age", picture.age);
     report.Flag(name + "_failed", picture.failure);
 }
@@ -208,19 +208,27 @@ public:
         return false;
     }
 
-    Report Tell() const {
+    // Tells of the pictures and copies them to where that is not empty.
+    Report Tell(const std::string& output, const std::string& liveViewOutput) const {
         Report report;
         const Picture snapshot = Picture::Snapshot();
-        if (!snapshot.NotBefore(m_Asked) || snapshot.failure)
+        if (!snapshot.NotBefore(m_Asked) || snapshot.failure || snapshot.kind != "JPEG")
             throw Failure{PICTURE_FAILED, "replaced", "the picture was replaced by the failure picture meanwhile"};
         AddPicture(report, "snapshot", snapshot);
+        if (!output.empty())
+            CopyPicture(snapshot, output);
         const Picture liveView = Picture::LiveView();
         const bool fresh = liveView.NotBefore(m_Asked) && liveView.kind == "GIF";
+        const std::string none = "no new live view: the decoder djpeg is missing or failed";
+        if (!fresh && !liveViewOutput.empty())
+            throw Failure{PICTURE_FAILED, "no live view", none};
         report.Flag("live_view_fresh", fresh);
         if (fresh)
             AddPicture(report, "live_view", liveView);
         else
-            report.Line("no new live view: the decoder djpeg is missing or failed");
+            report.Line(none);
+        if (!liveViewOutput.empty())
+            CopyPicture(liveView, liveViewOutput);
         return report;
     }
 
@@ -285,12 +293,7 @@ Report TakeSnapshot(std::chrono::milliseconds timeout, const std::string& output
     Turn turn(timeout);
     SnapshotOutcome outcome(FileSystemNow());
     turn.conversation.Ask(turn.pipe, "capture_run", [&](const LogRecord& record) { return outcome.Take(record); });
-    Report report = outcome.Tell();
-    if (!output.empty())
-        CopyPicture(Picture::Snapshot(), output);
-    if (!liveView.empty())
-        CopyPicture(Picture::LiveView(), liveView);
-    return report;
+    return outcome.Tell(output, liveView);
 }
 
 Report Rotate(std::chrono::milliseconds timeout, int degrees) {

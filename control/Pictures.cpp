@@ -7,8 +7,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <tuple>
 
 #include "common/Constants.h"
@@ -19,9 +17,13 @@ namespace qz::control {
 
 namespace {
 
-std::string Contents(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
+// Empty for anything but a regular file.
+std::string Contents(const qz::common::UniqueFd& file) {
+    std::string bytes;
+    char piece[64 * 1024];
+    while (const size_t count = file.Valid() ? qz::common::ReadAll(file.Get(), piece, sizeof piece) : 0)
+        bytes.append(piece, count);
+    return bytes;
 }
 
 std::string KindOf(const std::string& bytes) {
@@ -33,18 +35,19 @@ std::string KindOf(const std::string& bytes) {
 Picture Look(const std::string& path) {
     Picture picture;
     picture.path = path;
+    const qz::common::UniqueFd file = qz::common::OpenRegularForReading(path.c_str());
     struct stat status {};
-    picture.there = stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+    picture.there = file.Valid() && fstat(file.Get(), &status) == 0;
     if (!picture.there)
         return picture;
     picture.written = status.st_mtim;
-    picture.size = status.st_size;
     const timespec now = FileSystemNow();
     picture.age =
         difftime(now.tv_sec, status.st_mtim.tv_sec) + static_cast<double>(now.tv_nsec - status.st_mtim.tv_nsec) / 1e9;
-    const std::string bytes = Contents(path);
-    picture.failure = bytes == Contents(qz::common::LIVEVIEW_FAILED_PATH);
-    picture.kind = KindOf(bytes);
+    picture.bytes = Contents(file);
+    const std::string stock = Contents(qz::common::OpenRegularForReading(qz::common::LIVEVIEW_FAILED_PATH.c_str()));
+    picture.failure = !picture.bytes.empty() && stock.compare(0, picture.bytes.size(), picture.bytes) == 0;
+    picture.kind = KindOf(picture.bytes);
     return picture;
 }
 
@@ -73,7 +76,7 @@ void CopyPicture(const Picture& picture, const std::string& target) {
     if (lstat(target.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) // a device would be replaced by a file
         throw Failure{CANNOT_WRITE, "cannot write", target + " is no regular file"};
     const std::string half = target + "." + std::to_string(getpid());
-    const std::string bytes = Contents(picture.path);
+    const std::string& bytes = picture.bytes;
     FILE* file = fopen(half.c_str(), "wbxe");
     const bool written = file && fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
     if ((file && fclose(file) != 0) || !written || rename(half.c_str(), target.c_str()) != 0) {

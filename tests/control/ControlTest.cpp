@@ -66,6 +66,7 @@ TEST(Control, PicturesAreNewOrThereIsNone) {
          {"cp " + stock + " /opt", "rm " + stock, "mkfifo " + stock, "mv -f /opt/liveview_failed.jpg " + stock}) {
         Shell(to);
         EXPECT_EQ(Call("snapshot --timeout 3"), "1 capturectl: no picture: kt_md_capture failed\n") << to;
+        EXPECT_EQ(Call("status").substr(0, 9), "0 running");
     }
     control("state STATE_SETUP");
     EXPECT_EQ(Call("snapshot"), "1 capturectl: no picture: the encoder is not encoding\n");
@@ -86,6 +87,8 @@ TEST(Control, PicturesAreNewOrThereIsNone) {
     control("capture normal");
     Appliance::ReplaceDecoder("exit 1");
     EXPECT_PRED2(Has, Call("snapshot"), "no new live view: the decoder");
+    EXPECT_EQ(Call("snapshot --live-view /opt/none").substr(0, 30), "1 capturectl: no new live view");
+    EXPECT_FALSE(Exists("/opt/none"));
     control("capture slow 3000");
     EXPECT_EQ(Call("snapshot --timeout 0.5"), "75 capturectl: no answer within the time given\n");
     control("fail kt_md_stop");
