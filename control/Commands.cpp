@@ -250,7 +250,7 @@ Report Gone(const Conversation& conversation) {
     return report;
 }
 
-// The last record of the kind, in the last file of the log.
+// The last record of the kind, which may be days old.
 struct LastLines {
     std::string terminated; // its time
     std::string error;      // the last one before that
@@ -259,7 +259,6 @@ struct LastLines {
 LastLines ReadLastLines() {
     LastLines last;
     LogReader log(LogDirectory(), DAEMON_NAME);
-    log.SeekToLastFile();
     std::string error;
     while (const std::optional<LogRecord> record = log.Next()) {
         if (record->level == "ERR" && !Begins(record->message, " * read system configuration"))

@@ -81,23 +81,19 @@ std::string LogReader::FileAfter(const std::string& file) const {
     return next;
 }
 
-bool LogReader::Open(const std::string& file) {
+void LogReader::Open(const std::string& file) {
     m_Descriptor = qz::common::OpenRegularForReading((m_Directory + PATH_SEPARATOR + file).c_str());
     m_File = file;
-    return m_Descriptor.Valid();
 }
 
-void LogReader::SeekToLastFile() {
+void LogReader::SeekToEnd() {
     std::string last = m_File;
     for (std::string next = last; !(next = FileAfter(next)).empty();)
         last = next;
     m_Buffer.clear();
-    if (!last.empty())
-        Open(last);
-}
-
-void LogReader::SeekToEnd() {
-    SeekToLastFile();
+    if (last.empty())
+        return;
+    Open(last);
     if (m_Descriptor.Valid())
         lseek(m_Descriptor.Get(), 0, SEEK_END);
 }
@@ -111,7 +107,10 @@ bool LogReader::Fill() {
     }
     // A file is left only when there is a later one, so that nothing that still comes is missed.
     const std::string next = FileAfter(m_File);
-    return !next.empty() && Open(next) && Fill();
+    if (next.empty())
+        return false;
+    Open(next); // one that cannot be read is passed over
+    return Fill();
 }
 
 std::optional<LogRecord> LogReader::Next() {

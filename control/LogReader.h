@@ -26,9 +26,7 @@ class LogReader {
 public:
     LogReader(std::string directory, std::string name);
 
-    // Where reading begins: at the first record that is kept unless one of these goes to the last file's, or behind
-    // the last one there is now.
-    void SeekToLastFile();
+    // Reading begins at the first record that is kept; with this, behind the last one there is now.
     void SeekToEnd();
 
     // The next record that is complete; none when there is no further one yet.
@@ -37,7 +35,7 @@ public:
 private:
     bool Fill();                                          // reads on; false when nothing came
     std::string FileAfter(const std::string& file) const; // "": none; after "" the first
-    bool Open(const std::string& file);
+    void Open(const std::string& file);
 
     const std::string m_Directory;
     const std::string m_Name;

@@ -123,15 +123,17 @@ TEST(Control, TheLogIsReadInWholeRecordsAcrossItsFiles) {
     WriteFile(name + "1117.log", head + "second [L:2]\ncut off\n" + head + "thi");
     WriteFile(name + "1116.log", head + "\n * one\n\n [L:1]\n");
     WriteFile(name + "1116x.log", "another's");
+    std::filesystem::create_directory(name + "1115.log"); // nothing to read
     qz::control::LogReader log(Appliance::LOG_DIRECTORY, "capture");
     EXPECT_EQ(log.Next()->message, "\n * one\n\n");
     EXPECT_EQ(log.Next()->message, "second");
     EXPECT_EQ(log.Next()->level, ""); // not of the log's shape
     EXPECT_FALSE(log.Next());         // not whole yet
-    WriteFile(name + "1117.log", head + "second [L:2]\ncut off\n" + head + "third [L:3]\n");
-    EXPECT_EQ(log.Next()->message, "third");
+    WriteFile(name + "1117.log", head + "second [L:2]\ncut off\n" + head + "third CAPTURE [Terminated] [L:3]\n");
+    EXPECT_EQ(log.Next()->message, "third CAPTURE [Terminated]");
     WriteFile(name + "1118.log", head + "after midnight [L:4]\n");
     EXPECT_EQ(log.Next()->pid, 812);
+    EXPECT_EQ(Call("status"), "69 not running\nlast end: 2026-11-16 10:06:09.123\n");
     EXPECT_PRED2(Has, Call("log --level INF"), "0 ?? cut off\n");
     EXPECT_EQ(Call("log --grep midnight"), "0 " + head + "after midnight [L:4]\n");
 }
