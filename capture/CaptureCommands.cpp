@@ -114,7 +114,8 @@ int Capture::WaitForCommand(int pipe) {
         FD_SET(pipe, &set);
         if (m_EndEvent.Valid())
             FD_SET(m_EndEvent.Get(), &set);
-        timeval timeout{slice.count() / 1000, slice.count() % 1000 * 1000};
+        timeval timeout{static_cast<time_t>(slice.count() / 1000),
+                        static_cast<suseconds_t>(slice.count() % 1000 * 1000)};
         ready = select(std::max(pipe, m_EndEvent.Get()) + 1, &set, nullptr, nullptr, &timeout);
     }
     return ready;
