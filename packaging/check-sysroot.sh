@@ -12,6 +12,7 @@ sysroot=$1
 shift
 
 for program in "$@"; do
+    [ -f "$program" ] || die "there is no program $program"
     # One line for each library and version: the name alone when any version does.
     LC_ALL=C readelf -dVW "$program" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p
         s/.*Version: 1  File: \([^ ]*\) .*/@\1/p; s/.*Name: \([^ ]*\)  Flags.*/=\1/p' |

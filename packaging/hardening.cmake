@@ -10,6 +10,7 @@ target_link_options(qz_options INTERFACE $<$<STREQUAL:${type},EXECUTABLE>:-pie>
                                          -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
 
 target_compile_definitions(qz_options INTERFACE _GLIBCXX_ASSERTIONS)
+set(CMAKE_REQUIRED_FLAGS -Werror) # clang takes some for other machines with a warning only
 foreach(flag
         -fstack-protector-strong
         -fstack-clash-protection
@@ -21,6 +22,7 @@ foreach(flag
         target_compile_options(qz_options INTERFACE ${flag})
     endif()
 endforeach()
+unset(CMAKE_REQUIRED_FLAGS)
 
 # The checked functions of the C library are made by the optimiser, and in the sanitizers' way.
 set(optimised $<OR:$<CONFIG:Release>,$<CONFIG:RelWithDebInfo>,$<CONFIG:MinSizeRel>>)
@@ -28,7 +30,8 @@ if(NOT QZ_SANITIZE)
     target_compile_options(qz_options INTERFACE $<${optimised}:-U_FORTIFY_SOURCE> $<${optimised}:-D_FORTIFY_SOURCE=3>)
 endif()
 
-# Small ones: what nobody calls stays out.
+# Small ones: what nobody calls stays out, and so does a library of the common one that a program does not use.
+target_link_options(qz_options INTERFACE -Wl,--as-needed)
 target_compile_options(qz_options INTERFACE $<${optimised}:-ffunction-sections> $<${optimised}:-fdata-sections>)
 target_link_options(qz_options INTERFACE $<${optimised}:-Wl,--gc-sections>)
 

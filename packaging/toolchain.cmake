@@ -2,23 +2,21 @@
 #
 #   -DTRIPLET=          aarch64-linux-gnu (g++-aarch64-linux-gnu) or arm-linux-gnueabihf (g++-arm-linux-gnueabihf)
 #   -DCMAKE_SYSROOT=    a copy of the board's system, with headers
+#   -DCROSS_COMPILER=   clang++ (with lld) for a board with older C and C++ libraries than Debian 12's, which the
+#                       default, TRIPLET-g++, links whatever the sysroot holds
 
-set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES TRIPLET)
-if(NOT TRIPLET MATCHES "^(aarch64-linux-gnu|arm-linux-gnueabihf)$")
-    message(FATAL_ERROR "for which board? -DTRIPLET=aarch64-linux-gnu or -DTRIPLET=arm-linux-gnueabihf")
+set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES TRIPLET CROSS_COMPILER)
+if(NOT CROSS_COMPILER)
+    set(CROSS_COMPILER ${TRIPLET}-g++)
 endif()
-if(NOT IS_ABSOLUTE "${CMAKE_SYSROOT}" OR NOT IS_DIRECTORY "${CMAKE_SYSROOT}/usr/include")
-    message(FATAL_ERROR "the board's system, by its whole path and with usr/include in it, is missing:\
- -DCMAKE_SYSROOT=DIR (now '${CMAKE_SYSROOT}'); scripts/cross.sh makes one")
-endif()
-
 set(CMAKE_SYSTEM_NAME Linux)
 string(REGEX MATCH "^[^-]+" CMAKE_SYSTEM_PROCESSOR "${TRIPLET}")
-find_program(QZ_CROSS_COMPILER ${TRIPLET}-g++)
-if(NOT QZ_CROSS_COMPILER)
-    message(FATAL_ERROR "${TRIPLET}-g++ is missing; scripts/setup.sh cross installs it")
+set(CMAKE_CXX_COMPILER ${CROSS_COMPILER})
+if(CROSS_COMPILER MATCHES clang)
+    set(CMAKE_CXX_COMPILER_TARGET ${TRIPLET})
+    set(CMAKE_EXE_LINKER_FLAGS_INIT -fuse-ld=lld)
+    set(CMAKE_SHARED_LINKER_FLAGS_INIT -fuse-ld=lld)
 endif()
-set(CMAKE_CXX_COMPILER ${TRIPLET}-g++)
 set(CMAKE_LIBRARY_ARCHITECTURE ${TRIPLET})
 
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
