@@ -146,6 +146,7 @@ pack() { # FOLDER VERSION
     deb "$symbols" "$1/plinta-capture-dbgsym_${deb_version}_$arch.deb" <packaging/debian/control-dbgsym
 }
 
+rm -f "$packages"/*_"$arch".*
 stage
 pack "$packages" "$version"
 package=$packages/plinta-capture_${version}_$arch.deb
