@@ -49,5 +49,14 @@ fi
 
 run "$root/scripts/build.sh" "$arch"
 case $task in all | test) run "$root/scripts/test.sh" "$arch" ;; esac
-case $task in all | demo) run "$root/scripts/demo.sh" --preset "$arch" --out "$root/build/$arch/demo" ;; esac
+case $task in
+    all | demo)
+        status=0
+        reason=$("$root/scripts/sandbox.sh" --for "$root/build/$arch" true 2>&1) || status=$?
+        if [ $status = 77 ]; then
+            say "the demo is skipped here: $reason"
+        else
+            run "$root/scripts/demo.sh" --preset "$arch" --out "$root/build/$arch/demo"
+        fi ;;
+esac
 case $task in all | package) run "$root/scripts/package.sh" "$arch" ;; esac

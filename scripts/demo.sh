@@ -43,8 +43,6 @@ done
 reason=$(mkdir -p -- "$out" 2>&1) || die "${reason#mkdir: }"
 { [ -w "$out" ] && [ -x "$out" ]; } || die "the folder $out is not writable for $(id -un)"
 out=$(readlink -f -- "$out")
-reason=$("$root/scripts/sandbox.sh" true 2>&1) || die "$reason"
-
 run "$root/scripts/setup.sh" build test
 
 # As the daemon will read them.  It would show one that is cut short with its upper part only.
@@ -54,6 +52,7 @@ for picture in "$@"; do
 done
 
 run "$root/scripts/build.sh" "$preset" capture
+reason=$("$root/scripts/sandbox.sh" --for "$root/build/$preset" true 2>&1) || die "$reason"
 
 work=$root/build/demo.$$
 cleanup() { rm -rf "$work"; }

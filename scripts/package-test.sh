@@ -45,7 +45,7 @@ if [ "${QZ_PACKAGE_TEST:-}" = '' ]; then
     cp "$2" "$work/root/tmp/newer.deb"
     status=0
     QZ_PACKAGE_TEST=$work run "$root/scripts/sandbox.sh" --for "$3" "$self" "$@" || status=$?
-    [ $status != 77 ] || say 'not tested: no sandbox here'
+    [ $status != 77 ] || { say 'not tested: no sandbox here'; status=0; }
     exit $status
 fi
 
