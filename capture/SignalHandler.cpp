@@ -99,7 +99,7 @@ void Pause(time_t seconds, long nanoseconds) {
 // Up to the end of this namespace, and endByFault: the end by a signal, which writes no counters; tests/daemon looks at
 // it from outside.  GCOV_EXCL_START What system() would do, without its lock, and without waiting for ever.
 // posix_spawn neither allocates nor takes the locks that a plain fork takes.
-void RunInShell(const char* command) {
+void RunInShell(char* command) {
     posix_spawnattr_t attributes;
     if (posix_spawnattr_init(&attributes) != 0)
         return;
@@ -109,10 +109,7 @@ void RunInShell(const char* command) {
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
     char shell[] = "sh";
     char option[] = "-c";
-    char text[64];
-    strncpy(text, command, sizeof text - 1);
-    text[sizeof text - 1] = '\0';
-    char* const arguments[] = {shell, option, text, nullptr};
+    char* const arguments[] = {shell, option, command, nullptr};
     pid_t child = 0;
     if (posix_spawn(&child, "/bin/sh", nullptr, &attributes, arguments, environ) == 0) {
         constexpr int ATTEMPTS = 100; // a second

@@ -134,8 +134,7 @@ std::string FileLogger::GetDateFormat(time_t when, std::string format) {
 }
 
 int FileLogger::getFileSize() const {
-    const int32_t bytes = m_FileSize;
-    return bytes < 1 ? 0 : bytes >> 10;
+    return std::max(m_FileSize.load(), 0) >> 10;
 }
 
 bool FileLogger::CheckLogDate() {

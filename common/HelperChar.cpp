@@ -46,26 +46,23 @@ uint32_t NextUtf8(const unsigned char*& at) {
     if (lead < 0x80)
         return lead;
     int more = 0;
-    uint32_t c = 0;
     // The second byte's range shuts out overlong forms, surrogates and what lies above the last code point.
     unsigned low = 0x80;
     unsigned high = 0xBF;
     if (lead >= 0xC2 && lead <= 0xDF) {
         more = 1;
-        c = lead & 0x1F;
     } else if (lead >= 0xE0 && lead <= 0xEF) {
         more = 2;
-        c = lead & 0x0F;
         low = lead == 0xE0 ? 0xA0 : low;
         high = lead == 0xED ? 0x9F : high;
     } else if (lead >= 0xF0 && lead <= 0xF4) {
         more = 3;
-        c = lead & 0x07;
         low = lead == 0xF0 ? 0x90 : low;
         high = lead == 0xF4 ? 0x8F : high;
     } else {
         return REPLACEMENT;
     }
+    uint32_t c = lead & (0x3F >> more);
     for (; more > 0; --more) {
         if (*at < low || *at > high) // the terminating zero included
             return REPLACEMENT;

@@ -86,6 +86,10 @@ TEST(Commands, AHangingConverterIsKilledAndTheLastLiveViewStays) {
     EXPECT_TRUE(session.Ended(2500));
     EXPECT_EQ(ReadFile(Appliance::Tmp("liveview.gif")), "the last one");
     EXPECT_FALSE(Exists(half));
+
+    qz::capture::Converter barred; // before it started one
+    barred.Bar();
+    EXPECT_FALSE(barred.Convert("4/8", half, Appliance::Tmp("md_capture.jpg")));
 }
 
 } // namespace

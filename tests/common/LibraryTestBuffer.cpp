@@ -65,6 +65,7 @@ TEST(Buffer, CopiesAreDeepAndEndWithAZero) {
         EXPECT_TRUE(Text(copy) == "abc" && copy.Data()[3] == 0 && copy.Capacity() == 100);
     EXPECT_TRUE(original.Allocate(2) && original.SetLength(2)); // without room for one
     EXPECT_EQ(PacketBuffer(original).Capacity(), 3);
+    EXPECT_EQ(PacketBuffer(8).Capacity(), 8);
     EXPECT_EQ((assigned = PacketBuffer(50)).Capacity(), 0);
 }
 

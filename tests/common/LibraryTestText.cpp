@@ -129,6 +129,7 @@ TEST(Platform, TimesAndWidths) {
     wchar_t back[] = {0x11111111, 0x22222222};
     EXPECT_EQ(HelperPlatfrom::WinToUnixWcharBytes(narrow, 2, back), back);
     EXPECT_EQ(std::wstring(back, 2), std::wstring(L"\x11115678\x22229ABC")); // the upper two bytes stay
+    EXPECT_EQ(HelperPlatfrom::WinToUnixWcharBytes(narrow, 1, back), back);
     EXPECT_EQ(HelperPlatfrom::WinToUnixWcharBytes(narrow, 0, back), narrow);
     EXPECT_EQ(HelperPlatfrom::WinToUnixWcharBytes(narrow, 1, nullptr), nullptr);
 }

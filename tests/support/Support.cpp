@@ -229,7 +229,7 @@ int Daemon::Status(int milliseconds) {
     const auto ended = [this] {
         int status = 0;
         if (m_Status == -1 && waitpid(m_Pid, &status, WNOHANG) == m_Pid)
-            m_Status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+            m_Status = WIFEXITED(status) ? WEXITSTATUS(status) : BY_SIGNAL + WTERMSIG(status);
         return m_Status != -1;
     };
     Eventually(ended, milliseconds);

@@ -116,8 +116,9 @@ public:
     bool Ready() { return Logs("INF Initialize succeed"); } // waits until commands are served
     // Whether some line of the log so far holds the text.
     bool Mentions(const std::string& text) { return Joined(Messages()).find(text) != std::string::npos; }
-    // Waits for the end: the exit status, 128 + the signal's number, or -1 when it still runs.
+    // Waits for the end: the exit status, BY_SIGNAL + the signal's number, or -1 when it still runs.
     int Status(int milliseconds = 10000);
+    static constexpr int BY_SIGNAL = 256;               // more than any exit status
     std::string Output() { return ReadFile(m_Output); } // standard output and error so far
     pid_t Pid() const { return m_Pid; }
 
