@@ -36,5 +36,11 @@ target_compile_options(qz_options INTERFACE $<${optimised}:-ffunction-sections> 
 target_link_options(qz_options INTERFACE $<${optimised}:-Wl,--gc-sections>)
 
 # No path of the machine that builds.  A debugger finds the sources from the checkout's folder.
-target_compile_options(qz_options INTERFACE
-    $<${optimised}:-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.> $<${optimised}:-ffile-prefix-map=${PROJECT_BINARY_DIR}=.>)
+set(here "${PROJECT_SOURCE_DIR}=." "${PROJECT_BINARY_DIR}=.")
+if(CMAKE_SYSROOT)
+    file(REAL_PATH "${CMAKE_SYSROOT}" sysroot) # the compiler names its headers by either
+    list(APPEND here "${CMAKE_SYSROOT}=" "${sysroot}=")
+endif()
+foreach(map ${here})
+    target_compile_options(qz_options INTERFACE $<${optimised}:-ffile-prefix-map=${map}>)
+endforeach()
