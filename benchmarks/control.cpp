@@ -22,11 +22,11 @@
 
 #include "benchmarks/Measure.h"
 #include "common/Constants.h"
+#include "common/LogReader.h"
 #include "common/Owners.h"
-#include "control/LogReader.h"
 
+using qz::common::LogReader;
 using qz::common::UniqueFd;
-using qz::control::LogReader;
 
 namespace qz::benchmarks {
 

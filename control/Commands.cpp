@@ -17,10 +17,13 @@
 #include <vector>
 
 #include "common/Constants.h"
+#include "common/LogReader.h"
 #include "control/CommandPipe.h"
 #include "control/Instance.h"
-#include "control/LogReader.h"
 #include "control/Pictures.h"
+
+using qz::common::LogReader;
+using qz::common::LogRecord;
 
 namespace qz::control {
 

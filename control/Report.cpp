@@ -3,22 +3,11 @@
 
 #include <cstdio>
 
-namespace qz::control {
+#include "common/Json.h"
 
-std::string JsonText(const std::string& text) {
-    std::string json = "\"";
-    for (const char c : text) {
-        char escaped[8];
-        if (c == '"' || c == '\\')
-            json += std::string("\\") + c;
-        else if (static_cast<unsigned char>(c) < 0x20) {
-            snprintf(escaped, sizeof escaped, "\\u%04x", static_cast<unsigned>(c));
-            json += escaped;
-        } else
-            json += c;
-    }
-    return json + "\"";
-}
+using qz::common::JsonText;
+
+namespace qz::control {
 
 void Report::Text(const std::string& name, const std::string& value) {
     m_Values.emplace_back(name, JsonText(value));

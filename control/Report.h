@@ -26,7 +26,4 @@ private:
     std::vector<std::pair<std::string, std::string>> m_Values; // names, and values as JSON has them
 };
 
-// A text as JSON has it, quotation marks included.
-std::string JsonText(const std::string& text);
-
 } // namespace qz::control

@@ -1,5 +1,5 @@
 // capturectl against the real daemon, and against everything that is wrong without one.
-#include "control/LogReader.h"
+#include "common/LogReader.h"
 #include "tests/support/Support.h"
 
 using namespace support;
@@ -124,7 +124,7 @@ TEST(Control, TheLogIsReadInWholeRecordsAcrossItsFiles) {
     WriteFile(name + "1116.log", head + "\n * one\n\n [L:1]\n");
     WriteFile(name + "1116x.log", "another's");
     std::filesystem::create_directory(name + "1115.log"); // nothing to read
-    qz::control::LogReader log(Appliance::LOG_DIRECTORY, "capture");
+    qz::common::LogReader log(Appliance::LOG_DIRECTORY, "capture");
     EXPECT_EQ(log.Next()->message, "\n * one\n\n");
     EXPECT_EQ(log.Next()->message, "second");
     EXPECT_EQ(log.Next()->level, ""); // not of the log's shape

@@ -7,7 +7,7 @@
 
 #include "common/Owners.h"
 
-namespace qz::control {
+namespace qz::common {
 
 // One message of the daemon's log, line ends in it included.
 struct LogRecord {
@@ -40,11 +40,11 @@ private:
     const std::string m_Directory;
     const std::string m_Name;
     std::string m_File; // the open one; empty: none yet
-    qz::common::UniqueFd m_Descriptor;
+    UniqueFd m_Descriptor;
     std::string m_Buffer; // read and not handed out
 };
 
 // Takes a record apart.
 LogRecord ParseRecord(const std::string& text);
 
-} // namespace qz::control
+} // namespace qz::common

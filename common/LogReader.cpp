@@ -1,5 +1,5 @@
 // The daemon's log, read from outside.  Tested in tests/control/ControlTest.cpp.
-#include "control/LogReader.h"
+#include "common/LogReader.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -11,10 +11,7 @@
 #include "common/FileAccess.h"
 #include "common/PathConstants.h"
 
-using qz::common::LOG_EXTENSION;
-using qz::common::PATH_SEPARATOR;
-
-namespace qz::control {
+namespace qz::common {
 
 namespace {
 
@@ -68,7 +65,7 @@ LogReader::LogReader(std::string directory, std::string name)
 
 std::string LogReader::FileAfter(const std::string& file) const {
     std::string next;
-    const qz::common::DirectoryPtr directory(opendir(m_Directory.c_str()));
+    const DirectoryPtr directory(opendir(m_Directory.c_str()));
     while (const dirent* entry = directory ? readdir(directory.get()) : nullptr) {
         const std::string name = entry->d_name;
         const bool dated = name.size() == m_Name.size() + 1 + DATE_LENGTH + LOG_EXTENSION.size() &&
@@ -82,7 +79,7 @@ std::string LogReader::FileAfter(const std::string& file) const {
 }
 
 void LogReader::Open(const std::string& file) {
-    m_Descriptor = qz::common::OpenRegularForReading((m_Directory + PATH_SEPARATOR + file).c_str());
+    m_Descriptor = OpenRegularForReading((m_Directory + PATH_SEPARATOR + file).c_str());
     m_File = file;
 }
 
@@ -100,7 +97,7 @@ void LogReader::SeekToEnd() {
 
 bool LogReader::Fill() {
     char piece[16 * 1024];
-    const ssize_t count = m_Descriptor.Valid() ? qz::common::ReadSome(m_Descriptor.Get(), piece, sizeof piece) : 0;
+    const ssize_t count = m_Descriptor.Valid() ? ReadSome(m_Descriptor.Get(), piece, sizeof piece) : 0;
     if (count > 0) {
         m_Buffer.append(piece, static_cast<size_t>(count));
         return true;
@@ -136,4 +133,4 @@ std::optional<LogRecord> LogReader::Next() {
     }
 }
 
-} // namespace qz::control
+} // namespace qz::common
