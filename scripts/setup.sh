@@ -1,7 +1,7 @@
 #!/bin/sh
 # Installs what this tree needs from Debian's packages, only what is missing.
 #
-#   scripts/setup.sh [GROUP...]        groups: build test lint bench coverage sweep fuzz cross package
+#   scripts/setup.sh [GROUP...]        groups: build test lint bench coverage sweep fuzz cross package desk browser
 #                                      (default: build test)
 set -eu
 . "$(dirname "$(readlink -f "$0")")/lib.sh"
@@ -18,7 +18,9 @@ packages_of() {
         fuzz) echo 'clang libclang-rt-14-dev|libclang-rt-dev' ;;
         cross) echo 'g++-aarch64-linux-gnu g++-arm-linux-gnueabihf mmdebstrap qemu-user-static' ;;
         package) echo 'lintian mmdebstrap systemd' ;;
-        *) refuse "there is no group '$1'; groups: build test lint bench coverage sweep fuzz cross package" ;;
+        desk) echo 'libcpp-httplib-dev pkg-config|pkgconf libjpeg-turbo-progs' ;;
+        browser) echo 'chromium chromium-driver python3-selenium' ;;
+        *) refuse "there is no group '$1'; groups: build test lint bench coverage sweep fuzz cross package desk browser" ;;
     esac
 }
 
