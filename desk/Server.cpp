@@ -63,7 +63,7 @@ Server::Server(Desk& desk, std::string page) : m_Desk(desk), m_Page(std::move(pa
     });
     m_Http.set_default_headers(
         {{"Cache-Control", "no-store"},
-         {"Content-Security-Policy", "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self'; "
+         {"Content-Security-Policy", "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self' data:; "
                                      "connect-src 'self'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'"},
          {"Cross-Origin-Resource-Policy", "same-origin"},
          {"Referrer-Policy", "no-referrer"},

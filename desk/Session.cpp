@@ -82,7 +82,7 @@ void Session::Take(const LogRecord& record) {
     const std::lock_guard<std::mutex> lock(m_Lock);
     if (m_Pid == 0 || record.pid != m_Pid)
         return;
-    m_Last.push_back(record.text);
+    m_Last.push_back(record.time.substr(record.time.find(' ') + 1) + " " + record.level + " " + record.message);
     if (m_Last.size() > LAST_LINES)
         m_Last.pop_front();
     Understand(record.message);
