@@ -103,6 +103,8 @@ void Daemon::Spawn() {
     posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, m_Output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     posix_spawn_file_actions_adddup2(&files, STDOUT_FILENO, STDERR_FILENO);
+    // The server's connections are not closed by an exec; a browser would wait for the end of an answer.
+    posix_spawn_file_actions_addclosefrom_np(&files, STDERR_FILENO + 1);
 
     pid_t pid = 0;
     m_Error = posix_spawn(&pid, m_Program.c_str(), &files, &attributes, Pointers(arguments).data(),

@@ -59,6 +59,7 @@ Desk::~Desk() {
 
 void Desk::Start(bool debug, std::optional<int> rotation) {
     RequireRotation(rotation.value_or(0));
+    const std::lock_guard<std::mutex> turn(m_Turn);
     if (m_Session.Running())
         throw Refusal{NOT_NOW, "the daemon is running already"};
     m_Debug = debug;
@@ -112,6 +113,7 @@ std::string Desk::LastPrinted() const {
 }
 
 void Desk::FollowLog() {
+    const std::lock_guard<std::mutex> turn(m_Turn);
     while (const std::optional<LogRecord> record = m_Log.Next()) {
         m_Session.Take(*record);
         m_Events.AddLogLine(LogLineJson(*record));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -57,8 +58,9 @@ private:
     CommandPipe m_Pipe;
     std::atomic<bool> m_KeepAlive{false};
     std::atomic<bool> m_TestCard{true};
-    std::atomic<bool> m_Debug{false}; // of the session that is being started, and:
-    std::atomic<int> m_Rotation{0};
+    std::mutex m_Turn;    // for one start, or one look at the log: its lines come after the pid is known
+    bool m_Debug = false; // of the session that is being started, and:
+    int m_Rotation = 0;
     Daemon m_Daemon;
 
     // The following thread's.

@@ -4,11 +4,14 @@
 #
 #   scripts/test.sh [PRESET] [CTEST-OPTION...]     scripts/test.sh -R Snapshot
 #
+# Without preset and options the desk is tested first, in a browser where there is one (scripts/desk-test.sh).
+#
 # Every test gets a private /opt, /run and /var/log (scripts/sandbox.sh).  Where the kernel forbids that the
 # tests are skipped; with SANDBOX_REQUIRED=1 in the environment they fail instead.
 set -eu
 . "$(dirname "$(readlink -f "$0")")/lib.sh"
 
+desk=$#
 preset=release
 # shellcheck disable=SC2046  # a list of words
 case ${1:-} in
@@ -52,6 +55,7 @@ case $status in
     *) die "$reason" ;;
 esac
 
+[ "$desk" != 0 ] || run "$root/scripts/desk-test.sh"
 say "ctest, preset $preset"
 [ "$preset" != coverage ] || find build/coverage -name '*.gcda' -delete
 status=0

@@ -96,7 +96,7 @@ function attribute(line) {
 
 // --- the session
 
-let session = {phase: 'none'};
+let session = {phase: 'lost'}; // nothing is known yet
 let clock = 0; // the server's minus ours, in milliseconds
 const now = () => Date.now() + clock;
 
@@ -189,6 +189,13 @@ setInterval(tick, 500);
 // --- the log
 
 const held = []; // lines that came while paused
+let follows = true; // the last line is in sight, and stays so
+const showEnd = () => { $('lines').scrollTop = $('lines').scrollHeight; };
+$('lines').addEventListener('scroll', () => {
+  const list = $('lines');
+  follows = list.scrollTop + list.clientHeight >= list.scrollHeight - 30;
+});
+new ResizeObserver(() => follows && showEnd()).observe($('lines'));
 const isPaused = () => $('pause').getAttribute('aria-pressed') === 'true';
 
 function isShown(item) {
@@ -198,7 +205,6 @@ function isShown(item) {
 
 function appendLines(lines) {
   const list = $('lines');
-  const follows = list.scrollTop + list.clientHeight >= list.scrollHeight - 30;
   for (const line of lines) {
     const item = make('li', {className: line.level, title: line.text},
       make('time', {textContent: line.time.slice(11)}), make('span', {textContent: line.level}),
@@ -210,7 +216,7 @@ function appendLines(lines) {
   while (list.childElementCount > LINE_LIMIT)
     list.firstElementChild.remove();
   if (follows)
-    list.scrollTop = list.scrollHeight;
+    showEnd();
 }
 
 function takeLines(lines) {
@@ -227,7 +233,7 @@ function takeLines(lines) {
 function refilter() {
   for (const item of $('lines').children)
     item.hidden = !isShown(item);
-  $('lines').scrollTop = $('lines').scrollHeight;
+  showEnd();
 }
 $('filter').addEventListener('input', refilter);
 document.querySelector('.levels').addEventListener('change', refilter);
@@ -365,14 +371,14 @@ async function connect() {
     forget();
     held.length = 0;
     $('lines').replaceChildren();
-    showSession({phase: 'none', lines: []});
+    session = {phase: 'lost'};
   });
   on('session', showSession);
   on('live', showLive);
   on('snapshot', showSnapshot);
   on('log', takeLines);
   on('desk', showDesk);
-  events.addEventListener('error', () => {
+  events.addEventListener('error', () => { // the browser tries again by itself
     $('pill').dataset.phase = 'lost';
     $('phase').textContent = 'The desk does not answer';
   });
