@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 
 #include "desk/Desk.h"
+#include "desk/Refusal.h"
 #include "desk/Server.h"
 
 int main(int argc, char** argv) {
@@ -30,6 +31,13 @@ int main(int argc, char** argv) {
 
     qz::desk::Desk desk(folder);
     qz::desk::Server server(desk, page);
+    try {
+        desk.KeepAlive(true); // until somebody looks
+        desk.Start(true, 0);
+    } catch (const qz::desk::Refusal& refusal) {
+        std::cerr << "desk: " << refusal.reason << std::endl;
+        return 1;
+    }
     const int taken = server.Bind(port);
     if (taken == 0) {
         std::cerr << "desk: no port from " << port << " on is free" << std::endl;

@@ -125,7 +125,7 @@ function showSession(news) {
   $('last').textContent = session.lines.join('\n');
   $('start-button').disabled = runs;
   for (const button of document.querySelectorAll('[data-post="/rotate"]'))
-    button.classList.toggle('now', runs && button.dataset.mode * 90 === session.rotation);
+    button.setAttribute('aria-pressed', runs && button.dataset.mode * 90 === session.rotation);
   if (session.phase === 'ended' && before.pid === session.pid && before.phase !== 'ended' && isRecent() &&
       !session.cause.startsWith('idle'))
     say(`the session ended: ${session.cause}`, true);
@@ -165,7 +165,8 @@ function showSnapshot(picture) {
 
 function fillDialog() {
   $('snapshot').src = `/picture/snapshot?${pictures.snapshot.version}`;
-  $('snapshot-facts').textContent = facts(pictures.snapshot, 'JPEG') + (pictures.snapshot.failure ? ' · failure picture' : '');
+  const failure = pictures.snapshot.failure ? ' · failure picture' : '';
+  $('snapshot-facts').textContent = facts(pictures.snapshot, 'JPEG') + failure;
 }
 
 // --- what goes on by itself between two pushes: the clocks
@@ -189,13 +190,6 @@ setInterval(tick, 500);
 // --- the log
 
 const held = []; // lines that came while paused
-let follows = true; // the last line is in sight, and stays so
-const showEnd = () => { $('lines').scrollTop = $('lines').scrollHeight; };
-$('lines').addEventListener('scroll', () => {
-  const list = $('lines');
-  follows = list.scrollTop + list.clientHeight >= list.scrollHeight - 30;
-});
-new ResizeObserver(() => follows && showEnd()).observe($('lines'));
 const isPaused = () => $('pause').getAttribute('aria-pressed') === 'true';
 
 function isShown(item) {
@@ -215,8 +209,6 @@ function appendLines(lines) {
   }
   while (list.childElementCount > LINE_LIMIT)
     list.firstElementChild.remove();
-  if (follows)
-    showEnd();
 }
 
 function takeLines(lines) {
@@ -233,7 +225,6 @@ function takeLines(lines) {
 function refilter() {
   for (const item of $('lines').children)
     item.hidden = !isShown(item);
-  showEnd();
 }
 $('filter').addEventListener('input', refilter);
 document.querySelector('.levels').addEventListener('change', refilter);
@@ -299,7 +290,7 @@ function fillBoard(catalogue) {
     }
     const label = make('span', {}, event.label);
     if (event.ends)
-      label.prepend(make('i', {className: 'ends', title: 'ends the session'}), ' ');
+      label.prepend(make('i', {className: 'ends'}), make('span', {className: 'hidden', textContent: 'ends: '}), ' ');
     const button = make('button', {type: 'button'}, label,
       make('span', {className: 'channel', textContent: `${event.channel} ${event.code}`}),
       make('small', {}, ...breakable(event.name)));
@@ -335,8 +326,9 @@ async function show(files) {
     }
     first = 0;
   }
+  const shown = files.length === 1 ? `${files[0].name} is` : `${files.length} pictures are`;
   if (files.length > 0)
-    say(`${files.length === 1 ? files[0].name + ' is' : files.length + ' pictures are'} what the encoder sees now`, false);
+    say(`${shown} what the encoder sees now`, false);
 }
 
 function complain(button, fault) {

@@ -69,7 +69,8 @@ class Page(unittest.TestCase):
         cls.addClassCleanup(cls.browser.quit)
 
     def setUp(self):
-        """A session of its own."""
+        """A session of its own, which nothing keeps."""
+        status('/keep', b'on=0')
         self.browser.get(f'http://{ADDRESS}/')
         self.wait(lambda: self.phase() in ('none', 'ready', 'ended'))
         if self.phase() == 'ready':
