@@ -40,7 +40,7 @@ Size SizeOf(const std::string& path, const std::string& bytes) {
 
 } // namespace
 
-std::string ReadPicture(const std::string& path) {
+std::string ReadFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), {}};
 }
@@ -70,9 +70,9 @@ bool Picture::Changed() {
 }
 
 std::string Picture::Json() const {
-    const std::string bytes = ReadPicture(m_Path);
+    const std::string bytes = ReadFile(m_Path);
     const Size size = SizeOf(m_Path, bytes);
-    const bool failure = !bytes.empty() && bytes == ReadPicture(qz::common::LIVEVIEW_FAILED_PATH);
+    const bool failure = !bytes.empty() && bytes == ReadFile(qz::common::LIVEVIEW_FAILED_PATH);
     const std::string written =
         std::to_string(static_cast<int64_t>(m_Written.tv_sec) * 1000 + m_Written.tv_nsec / 1'000'000);
     return "{\"version\":" + std::to_string(m_Version) + ",\"there\":" + (m_Size >= 0 ? "true" : "false") +

@@ -9,7 +9,7 @@ namespace qz::desk {
 
 // One of the published pictures, watched.
 //
-// Threads: one; ReadPicture any.
+// Threads: one; the functions any.
 class Picture {
 public:
     explicit Picture(std::string path) : m_Path(std::move(path)) {}
@@ -28,8 +28,8 @@ private:
     int m_Version = 0;     // counts the changes
 };
 
-// The bytes of a picture; empty when there is none.
-std::string ReadPicture(const std::string& path);
+// The bytes of a file; empty when there is none.
+std::string ReadFile(const std::string& path);
 
 // By its first bytes: a JPEG may stand under a GIF's name.
 std::string MediaType(const std::string& bytes);

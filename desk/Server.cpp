@@ -89,7 +89,8 @@ void Server::Guard() {
     m_Http.set_pre_routing_handler([this](const Request& request, Response& response) {
         if (IsForeign(request))
             Answer(response, FOREIGN, "this request comes from another page, or is meant for another host");
-        else if (request.has_header("Transfer-Encoding")) // its size would not be limited
+        else if (request.method == "POST" && (!request.has_header("Content-Length") ||
+                                              request.has_header("Transfer-Encoding"))) // a size without a limit
             Answer(response, WRONG_REQUEST, "the size must be given beforehand");
         else
             return httplib::Server::HandlerResponse::Unhandled;
@@ -113,7 +114,7 @@ void Server::ServePage() {
                  {"/desk.js", "/desk.js", "text/javascript; charset=utf-8"}};
     for (const auto& file : files) {
         m_Http.Get(file.path, [path = m_Page + file.file, type = file.type](const Request&, Response& response) {
-            response.set_content(ReadPicture(path), type);
+            response.set_content(ReadFile(path), type);
         });
     }
     m_Http.Get("/catalogue", [](const Request&, Response& response) { response.set_content(CatalogueJson(), JSON); });
@@ -126,7 +127,7 @@ void Server::ServePictures() {
     } pictures[] = {{"/picture/live", qz::common::LIVEVIEW_PATH}, {"/picture/snapshot", qz::common::MD_CAPTURE_PATH}};
     for (const auto& picture : pictures) {
         m_Http.Get(picture.route, [path = picture.path](const Request&, Response& response) {
-            const std::string bytes = ReadPicture(path);
+            const std::string bytes = ReadFile(path);
             if (bytes.empty())
                 Answer(response, 404, "there is no picture yet");
             else

@@ -20,7 +20,9 @@ packages_of() {
         package) echo 'lintian mmdebstrap systemd' ;;
         desk) echo 'libcpp-httplib-dev pkg-config|pkgconf libjpeg-turbo-progs' ;;
         browser) echo 'chromium chromium-driver python3-selenium' ;;
-        *) refuse "there is no group '$1'; groups: build test lint bench coverage sweep fuzz cross package desk browser" ;;
+        *)
+            refuse "there is no group '$1'; groups: build test lint bench coverage sweep fuzz cross package desk" \
+                'browser' ;;
     esac
 }
 

@@ -2,6 +2,7 @@
 """The desk in a real browser, and what it refuses.  desk_test.py ADDRESS: a running desk's, like 127.0.0.1:8080."""
 import base64
 import http.client
+import socket
 import subprocess
 import sys
 import tempfile
@@ -22,8 +23,11 @@ FLAGS = ['--headless', '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-
 def status(path, body=b'', method='POST', **headers):
     """Of the answer to a request with these headers."""
     connection = http.client.HTTPConnection(ADDRESS, timeout=LIMIT)
-    connection.request(method, path, body, {'Content-Type': 'application/x-www-form-urlencoded', **headers})
-    return connection.getresponse().status
+    try:
+        connection.request(method, path, body, {'Content-Type': 'application/x-www-form-urlencoded', **headers})
+        return connection.getresponse().status
+    finally:
+        connection.close()
 
 
 def jpeg(color, width, height):
@@ -41,6 +45,21 @@ class Refusals(unittest.TestCase):
                 self.assertEqual(status('/', method='GET', **headers), 403)
         for host in (ADDRESS, f'localhost:{PORT}'):
             self.assertEqual(status('/keep', b'on=0', Host=host, Origin=f'http://{host}'), 200)
+
+    def test_what_a_refused_request_carries(self):
+        inner = f'POST /keep HTTP/1.1\r\nHost: {ADDRESS}\r\nContent-Length: 0\r\n\r\n'
+        for size in (f'Content-Length: {len(inner)}', 'Transfer-Encoding: chunked', 'Accept: */*'):
+            with self.subTest(size), socket.create_connection(ADDRESS.split(':'), LIMIT) as connection:
+                head = f'POST /keep HTTP/1.1\r\nHost: {ADDRESS}\r\nOrigin: http://example.org\r\n{size}\r\n\r\n'
+                connection.sendall(head.encode())
+                answers = connection.recv(4096)
+                try:
+                    connection.sendall(inner.encode())
+                    while piece := connection.recv(4096):
+                        answers += piece
+                except (ConnectionResetError, BrokenPipeError):
+                    pass # what comes after the refusal is thrown away
+                self.assertEqual((answers.count(b'HTTP/1.1 '), answers.count(b' 403 ')), (1, 1), answers)
 
     def test_what_is_wrong(self):
         for path, body, answer in (
