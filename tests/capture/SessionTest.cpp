@@ -50,20 +50,29 @@ TEST(Session, OpensStageByStageAndClosesWhatIsOpen) {
         bench.capture.Stop();
         EXPECT_EQ(CallsSince(), closeCalls);
         EXPECT_EQ(Joined(bench.log.Messages()), closeLog);
+        if (failing.empty()) {
+            bench.log.Forget();
+            bench.capture.Stop();
+            EXPECT_EQ(CallsSince() + Joined(bench.log.Messages()), "ERR Destory failed : 0/0/0");
+        }
     }
 }
 
 TEST(Session, ScreenModeReopensWithTheNewRotation) {
     const std::string close = "kt_md_stop(); kt_md_uninit()", failed = "INF ScreenModeChange failed: ";
     const std::string done = "INF kt_md_setScreenRotate success; INF ScreenModeChange success: ";
-    const std::tuple<std::string, int, std::string, std::string> rows[] = {
-        {"", 3, close + "; " + Opening("0x10E0000"), done + "3"},
-        {"", 4, close + "; " + Opening("0x0"), done + "4"},
-        {"kt_md_stop", 1, "kt_md_stop()", failed + "1"},
-        {"kt_md_uninit", 1, close, failed + "1"},
-        {"kt_md_init", 1, close + "; " + Opening("0x5A0000", false), "ERR kt_md_init fail; " + failed + "1"},
-        {"kt_md_start", 2, close + "; " + Opening("0xB40000"), "ERR kt_md_start failed; " + failed + "2"}};
-    for (const auto& [failing, mode, calls, log] : rows) {
+    const std::string stop = "kt_md_stop(); ", uninit = "kt_md_uninit(); ", last = "kt_uninit()";
+    // What fails, the mode, the calls and the log, the calls of the closing then.
+    const std::tuple<std::string, int, std::string, std::string, std::string> rows[] = {
+        {"", 3, close + "; " + Opening("0x10E0000"), done + "3", stop + uninit + last},
+        {"", 4, close + "; " + Opening("0x0"), done + "4", stop + uninit + last},
+        {"kt_md_stop", 1, "kt_md_stop()", failed + "1", uninit + last},
+        {"kt_md_uninit", 1, close, failed + "1", uninit + last},
+        {"kt_md_init", 1, close + "; " + Opening("0x5A0000", false), "ERR kt_md_init fail; " + failed + "1",
+         stop + last},
+        {"kt_md_start", 2, close + "; " + Opening("0xB40000"), "ERR kt_md_start failed; " + failed + "2",
+         uninit + last}};
+    for (const auto& [failing, mode, calls, log, closing] : rows) {
         SCOPED_TRACE("failing: " + failing);
         Bench bench(4);
         ASSERT_TRUE(bench.capture.Initialize());
@@ -73,6 +82,8 @@ TEST(Session, ScreenModeReopensWithTheNewRotation) {
         bench.capture.resetScreenMode(mode);
         EXPECT_EQ(CallsSince(), calls);
         EXPECT_EQ(Joined(bench.log.Messages()), log);
+        bench.capture.Stop();
+        EXPECT_EQ(CallsSince(), closing);
         EXPECT_EQ(Config::instance()->ScreenMode(), mode);
     }
 }
