@@ -75,7 +75,7 @@ TEST(Events, NullUsersUnknownCodesAndNoSession) {
                "DBG MdState : UNKNOWN", "DBG UNKNOWN STATE : -1", "DBG SysEvent : EVT_BOARD_HW_BTN_RECORD_CLICKED"}));
 }
 
-TEST(Signals, OutsideTheirRangeAreUnregisteredNotCut) {
+TEST(Signals, UnknownOnesAreNamedAndNoneIsDispatchedOnceStopped) {
     Log log;
     ASSERT_TRUE(SignalHandler::setupSignal());
     for (const int number : {256 + SIGTERM, -1, SIGUSR2}) {
@@ -85,6 +85,18 @@ TEST(Signals, OutsideTheirRangeAreUnregisteredNotCut) {
         const std::string name = strsignal(number);
         EXPECT_EQ(log.Messages()[0], "INF  Receives signal(" + name + ":" + std::to_string(number) + "). ");
     }
+
+    static struct : qz::capture::SignalEventObserver {
+        void OnSignalEvent(int, pid_t) override { ++calls; }
+        std::atomic<int> calls{0};
+    } observer; // borrowed for good
+    SignalHandler::subscribe(&observer);
+    SignalHandler::withLogAtRest([] { SignalHandler::handleSignal(SIGTERM); }, nullptr); // the dispatcher waits
+    SignalHandler::stop();
+    EXPECT_EQ(observer.calls, 1); // what was sent before
+    SignalHandler::handleSignal(SIGTERM);
+    SignalHandler::stop(); // would dispatch it now
+    EXPECT_EQ(observer.calls, 1);
 }
 
 TEST(Events, ManyPartiesEndOneSessionOnce) {
