@@ -99,6 +99,27 @@ TEST(Signals, UnknownOnesAreNamedAndNoneIsDispatchedOnceStopped) {
     EXPECT_EQ(observer.calls, 1);
 }
 
+TEST(Signals, AFaultIsHandedToTheActionThatWasInForceBefore) {
+    struct sigaction plain {
+    }, told{};
+    plain.sa_handler = [](int signal) { _exit(signal == SIGFPE ? 7 : 1); };
+    told.sa_flags = SA_SIGINFO;
+    told.sa_sigaction = [](int, siginfo_t* info, void*) { _exit(info->si_signo == SIGILL ? 8 : 1); };
+    const std::tuple<int, struct sigaction*, int> rows[] = {{SIGFPE, &plain, 7}, {SIGILL, &told, 8}};
+    for (const auto& [number, before, ending] : rows) {
+        const pid_t child = fork();
+        if (child == 0) {
+            sigaction(number, before, nullptr);
+            SignalHandler::setupSignal();
+            raise(number);
+            _exit(0);
+        }
+        int status = 0;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(status, W_EXITCODE(ending, 0));
+    }
+}
+
 TEST(Events, ManyPartiesEndOneSessionOnce) {
     for (int round = 0; round < 20; ++round) {
         Bench bench;
