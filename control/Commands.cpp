@@ -72,11 +72,10 @@ public:
     // Writes the command into the pipe and hands the daemon's records to the function until that has seen enough.  What
     // is logged before the daemon has read the command is about the commands of others.  A command that was read and
     // left no line may have been torn by what another writer put in at the same moment: it is written once more when
-    // half of the time has gone.
+    // half of the time that was left then has gone.
     void Ask(CommandPipe& pipe, const std::string& command, const std::function<bool(const LogRecord&)>& enough) {
         pipe.Write(command);
-        const Deadline half(m_Deadline.Left() / 2);
-        bool read = false;
+        std::optional<Deadline> half; // since it was read
         bool silent = true;
         bool again = false;
         Until(
@@ -85,12 +84,17 @@ public:
                 return enough(record);
             },
             [&] {
-                read = read || pipe.Unread() == 0;
-                if (read && silent && !again && half.Passed()) {
+                if (!half && pipe.Unread() == 0)
+                    half.emplace(m_Deadline.Left() / 2);
+                if (half && silent && !again && half->Passed()) {
                     again = true;
-                    pipe.Write(command);
+                    try {
+                        pipe.Write(command);
+                    } catch (const Failure&) {
+                        // It has ended, and its last lines tell why, or the time runs out on a full pipe.
+                    }
                 }
-                return read;
+                return half.has_value();
             });
     }
 
