@@ -1,13 +1,16 @@
-// Tested in tests/control/ControlTest.cpp.
+// Tested in tests/common/LibraryTestText.cpp.
 #include "common/Json.h"
 
 #include <cstdio>
 
+#include "common/HelperChar.h"
+
 namespace qz::common {
 
 std::string JsonText(const std::string& text) {
+    const std::string valid = HelperChar::LinuxWideCharToUTF8(HelperChar::UTF8toLinuxWideChar(text.c_str()).c_str());
     std::string json = "\"";
-    for (const char c : text) {
+    for (const char c : valid) {
         char escaped[8];
         if (c == '"' || c == '\\')
             json += std::string("\\") + c;

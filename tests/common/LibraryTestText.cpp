@@ -4,6 +4,7 @@
 
 #include "common/HelperChar.h"
 #include "common/HelperPlatfrom.h"
+#include "common/Json.h"
 #include "common/Util.h"
 #include "tests/support/Support.h"
 
@@ -106,6 +107,10 @@ TEST(Characters, EachMaximalInvalidPieceIsReplacedOnce) {
     char16_t unit = u'x';
     EXPECT_EQ(HelperChar::UTF8toWinWideChar(nullptr, &unit) + HelperChar::UTF8toWinWideChar("a", nullptr), 0);
     EXPECT_EQ(unit, 0);
+}
+
+TEST(Characters, AreEscapedInJson) {
+    EXPECT_EQ(JsonText("\"a\\b\"\n\xe9 \xc3\xa9"), "\"\\\"a\\\\b\\\"\\u000a\xef\xbf\xbd \xc3\xa9\"");
 }
 
 TEST(Characters, TheLocaleDecides) {
