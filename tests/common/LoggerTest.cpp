@@ -184,7 +184,8 @@ TEST(Logger, LinesComeBackAfterAMissingDirectoryAndAFullDisk) {
     Talker::Say("lost");
     ASSERT_EQ(mkdir(DIRECTORY.c_str(), 0755), 0);
     EXPECT_TRUE(arrives("directory is back"));
-    // Its descriptor is closed behind its back, and the number means another file.
+    // Its descriptor is closed behind its back, while nothing is being written, and the number means another file.
+    logger->Drain(std::chrono::seconds(10));
     Util::CloseAllFDsProcess();
     std::vector<UniqueFd> others;
     for (int i = 0; i < 5; ++i)
