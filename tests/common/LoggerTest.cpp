@@ -158,7 +158,7 @@ TEST(Logger, KeepsTheTenNewestFilesOfItsOwn) {
 TEST(Logger, ADateChangeOpensTheNewFile) {
     std::filesystem::create_directories(DIRECTORY);
     FileLogger* logger = FileLogger::instance();
-    ASSERT_TRUE(logger->Initialize(DIRECTORY, "test", 6, "%H%M%S", true)); // the "date" is the second
+    ASSERT_TRUE(logger->Initialize(DIRECTORY, "test", 6, "%y%H%M%S", true)); // the "date" ends in the second
     for (const char* text : {"first", "second"}) {
         Talker::Say(text);
         logger->Drain(std::chrono::seconds(10));
