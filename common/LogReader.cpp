@@ -2,6 +2,7 @@
 #include "common/LogReader.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -131,6 +132,30 @@ std::optional<LogRecord> LogReader::Next() {
         }
         begin = end + 1;
     }
+}
+
+std::string CauseOfEnd(const std::string& message) {
+    const auto begins = [&message](const std::string& start) { return message.compare(0, start.size(), start) == 0; };
+    if (message == "end the thread")
+        return "the command capture_end";
+    if (begins("no requests for"))
+        return "idle: nobody asked for a picture for more than 10 seconds";
+    const std::string received = " Receives signal(";
+    const size_t colon = message.rfind(':');
+    if (begins(received) && colon != std::string::npos) {
+        const int signal = std::atoi(message.c_str() + colon + 1);
+        for (const int ending : {SIGTERM, SIGQUIT, SIGUSR1, SIGSEGV, SIGABRT, SIGILL, SIGFPE}) {
+            if (signal == ending)
+                return "signal " + std::to_string(signal) + " (" +
+                       message.substr(received.size(), colon - received.size()) + ")";
+        }
+    }
+    for (const char* line : {"kt_control is running.", "Initialize failed", "FIFO is invalid", "FIFO select failed",
+                             "command pipe task failed"}) {
+        if (message == line)
+            return message;
+    }
+    return "";
 }
 
 } // namespace qz::common

@@ -47,4 +47,8 @@ private:
 // Takes a record apart.
 LogRecord ParseRecord(const std::string& text);
 
+// Why this message ends the session that it belongs to, in words for a person; empty when it does not.  The board's
+// events, some of which do, are not among them: the log tells what came, not what it led to.
+std::string CauseOfEnd(const std::string& message);
+
 } // namespace qz::common

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -173,7 +174,8 @@ struct Turn {
 
 void AddPicture(Report& report, const std::string& name, const Picture& picture) {
     char age[32];
-    snprintf(age, sizeof age, "%.1f s old", picture.age);
+    // The file's time can be a tick ahead of the clock: no minus in front of a zero.
+    snprintf(age, sizeof age, "%.1f s old", std::round(picture.age * 10) / 10 + 0.0);
     report.Line(picture.path + ", " + picture.kind + ", " + std::to_string(picture.bytes.size()) + " bytes, " + age +
                 (picture.failure ? ", the failure picture" : ""));
     report.Text(name, picture.path);
@@ -257,23 +259,34 @@ Report Gone(const Conversation& conversation) {
     return report;
 }
 
-// The last record of the kind, which may be days old.
-struct LastLines {
-    std::string terminated; // its time
-    std::string error;      // the last one before that
+// The last end that was logged, which may be days ago.
+struct LastEnd {
+    std::string time; // empty: there was none
+    std::string reason;
 };
 
-LastLines ReadLastLines() {
-    LastLines last;
+LastEnd ReadLastEnd() {
+    LastEnd last;
     LogReader log(LogDirectory(), DAEMON_NAME);
-    std::string error;
+    std::string cause, event, error;
     while (const std::optional<LogRecord> record = log.Next()) {
-        if (record->level == "ERR" && !Begins(record->message, " * read system configuration"))
-            error = record->message;
-        if (record->message.find("CAPTURE [Ready]") != std::string::npos)
-            error.clear();
-        if (record->message.find("CAPTURE [Terminated]") != std::string::npos)
-            last = {record->time, error};
+        const std::string& message = record->message;
+        if (message.find("CAPTURE [Ready]") != std::string::npos)
+            cause = event = error = "";
+        if (cause.empty()) {
+            cause = qz::common::CauseOfEnd(message);
+            if (!cause.empty() && record->level == "ERR" && !error.empty())
+                cause += ", " + error; // what came before it says more
+        }
+        if (Begins(message, "SysEvent : ") || Begins(message, "MdEvent : "))
+            event = message;
+        if (record->level == "ERR" && !Begins(message, " * read system configuration"))
+            error = message;
+        if (message.find("CAPTURE [Terminated]") != std::string::npos || message == "Abnormal process exit.")
+            last = {record->time, !cause.empty() ? cause
+                                  : !event.empty()
+                                      ? "after " + event
+                                      : "the log does not say why; an event of the board shows with --debug"};
     }
     return last;
 }
@@ -345,11 +358,11 @@ Report ShowStatus() {
         if (picture.there)
             AddPicture(report, picture.path == qz::common::LIVEVIEW_PATH ? "live_view" : "snapshot", picture);
     }
-    const LastLines last = ReadLastLines();
-    if (!last.terminated.empty())
-        report.Line("last end: " + last.terminated + (last.error.empty() ? "" : ", " + last.error));
-    report.Text("last_end", last.terminated);
-    report.Text("last_error", last.error);
+    const LastEnd last = ReadLastEnd();
+    if (!last.time.empty())
+        report.Line("last end: " + last.time + ", " + last.reason);
+    report.Text("last_end", last.time);
+    report.Text("last_end_reason", last.reason);
     return report;
 }
 

@@ -1,7 +1,6 @@
 // The session as seen from outside.  Tested in tests/desk/desk_test.py.
 #include "desk/Session.h"
 
-#include <signal.h>
 #include <sys/wait.h>
 
 #include <chrono>
@@ -35,19 +34,7 @@ std::string CauseOf(const std::string& message) {
         if (event && event->ends && std::string(channel) == event->channel)
             return std::string(event->group) + ": " + event->label + " (" + event->name + ")";
     }
-    const int signal = std::atoi(After(message, "Receive unix signal:").c_str());
-    if (signal == SIGTERM || signal == SIGQUIT || signal == SIGUSR1)
-        return SignalName(signal) + " was received";
-    if (message == "end the thread")
-        return "the command capture_end";
-    if (!After(message, "no requests for").empty())
-        return "idle: nobody asked for a picture for more than 10 seconds";
-    for (const char* line : {"kt_control is running.", "Initialize failed", "FIFO is invalid", "FIFO select failed",
-                             "command pipe task failed"}) {
-        if (message == line)
-            return message;
-    }
-    return "";
+    return qz::common::CauseOfEnd(message);
 }
 
 std::string StatusText(int status) {

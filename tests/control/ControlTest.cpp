@@ -97,7 +97,9 @@ TEST(Control, PicturesAreNewOrThereIsNone) {
 }
 
 TEST(Control, EndsAndTellsOfThem) {
-    for (const std::string command : {"end", "stop"}) {
+    const std::pair<std::string, std::string> rows[] = {{"end", "the command capture_end"},
+                                                        {"stop", "signal 15 (Terminated)"}};
+    for (const auto& [command, reason] : rows) {
         Appliance appliance;
         Daemon daemon("", "XENC_CONTROL=/opt/control");
         EXPECT_TRUE(daemon.Ready());
@@ -105,6 +107,7 @@ TEST(Control, EndsAndTellsOfThem) {
         EXPECT_PRED2(Has, Call(command), "0 the daemon (pid " + std::to_string(daemon.Pid()) + ") has ended");
         EXPECT_EQ(daemon.Status(1000), 0);
         EXPECT_PRED2(Has, Call("status"), "last end: 2");
+        EXPECT_PRED2(Has, Call("status"), ", " + reason + "\n");
     }
     WriteFile("/opt/control", "hang kt_md_capture\n");
     // It dies while the client waits for the outcome, or for the pipe with the second of these in it.
@@ -120,20 +123,21 @@ TEST(Control, TheLogIsReadInWholeRecordsAcrossItsFiles) {
     std::filesystem::create_directories(Appliance::LOG_DIRECTORY);
     const std::string name = std::string(Appliance::LOG_DIRECTORY) + "/capture-2026";
     const std::string head = "2026-11-16 10:06:09.123||DBG|NA|[812][a::b] ";
-    WriteFile(name + "1117.log", head + "second [L:2]\ncut off\n" + head + "thi");
+    WriteFile(name + "1117.log", head + "MdEvent : PULLED [L:2]\ncut off\n" + head + "thi");
     WriteFile(name + "1116.log", head + "\n * one\n\n [L:1]\n");
     WriteFile(name + "1116x.log", "another's");
     std::filesystem::create_directory(name + "1115.log"); // nothing to read
     qz::common::LogReader log(Appliance::LOG_DIRECTORY, "capture");
     EXPECT_EQ(log.Next()->message, "\n * one\n\n");
-    EXPECT_EQ(log.Next()->message, "second");
+    EXPECT_EQ(log.Next()->message, "MdEvent : PULLED");
     EXPECT_EQ(log.Next()->level, ""); // not of the log's shape
     EXPECT_FALSE(log.Next());         // not whole yet
-    WriteFile(name + "1117.log", head + "second [L:2]\ncut off\n" + head + "third CAPTURE [Terminated] [L:3]\n");
+    WriteFile(name + "1117.log",
+              head + "MdEvent : PULLED [L:2]\ncut off\n" + head + "third CAPTURE [Terminated] [L:3]\n");
     EXPECT_EQ(log.Next()->message, "third CAPTURE [Terminated]");
     WriteFile(name + "1118.log", head + "after midnight [L:4]\n");
     EXPECT_EQ(log.Next()->pid, 812);
-    EXPECT_EQ(Call("status"), "69 not running\nlast end: 2026-11-16 10:06:09.123\n");
+    EXPECT_EQ(Call("status"), "69 not running\nlast end: 2026-11-16 10:06:09.123, after MdEvent : PULLED\n");
     EXPECT_PRED2(Has, Call("log --level INF"), "0 ?? cut off\n");
     EXPECT_EQ(Call("log --grep midnight"), "0 " + head + "after midnight [L:4]\n");
 }
