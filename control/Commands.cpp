@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -55,6 +56,9 @@ public:
     void RequireRunning() const {
         if (!m_Instance.Running())
             throw Failure{NO_DAEMON, "not running", "the daemon is not running"};
+        // The answer could not be seen.
+        if (access(LogDirectory().c_str(), R_OK | X_OK) != 0 && errno == EACCES)
+            throw Failure{NO_PERMISSION, "no permission", "no permission to read the log in " + LogDirectory()};
     }
 
     // Waits until what others have written has been read: two commands at once would be read as pieces of both.  What
