@@ -15,7 +15,8 @@ foreach(flag
         -fstack-protector-strong
         -fstack-clash-protection
         -fcf-protection=full          # x86
-        -mbranch-protection=standard) # 64-bit ARM
+        -mbranch-protection=standard  # 64-bit ARM
+        -fno-canonical-system-headers) # g++ resolves links in a header's path when that makes it shorter
     string(MAKE_C_IDENTIFIER "QZ_HAS${flag}" has)
     check_cxx_compiler_flag(${flag} ${has})
     if(${has})
@@ -36,11 +37,8 @@ target_compile_options(qz_options INTERFACE $<${optimised}:-ffunction-sections> 
 target_link_options(qz_options INTERFACE $<${optimised}:-Wl,--gc-sections>)
 
 # No path of the machine that builds.  A debugger finds the sources from the checkout's folder.
-set(here "${PROJECT_SOURCE_DIR}=." "${PROJECT_BINARY_DIR}=.")
-if(CMAKE_SYSROOT)
-    file(REAL_PATH "${CMAKE_SYSROOT}" sysroot) # the compiler names its headers by either
-    list(APPEND here "${CMAKE_SYSROOT}=" "${sysroot}=")
-endif()
-foreach(map ${here})
-    target_compile_options(qz_options INTERFACE $<${optimised}:-ffile-prefix-map=${map}>)
+foreach(map "${PROJECT_SOURCE_DIR}=." "${PROJECT_BINARY_DIR}=." "${CMAKE_SYSROOT}=")
+    if(NOT map STREQUAL "=")
+        target_compile_options(qz_options INTERFACE $<${optimised}:-ffile-prefix-map=${map}>)
+    endif()
 endforeach()
