@@ -15,8 +15,7 @@ foreach(flag
         -fstack-protector-strong
         -fstack-clash-protection
         -fcf-protection=full          # x86
-        -mbranch-protection=standard  # 64-bit ARM
-        -fno-canonical-system-headers) # g++ resolves links in a header's path when that makes it shorter
+        -mbranch-protection=standard) # 64-bit ARM
     string(MAKE_C_IDENTIFIER "QZ_HAS${flag}" has)
     check_cxx_compiler_flag(${flag} ${has})
     if(${has})
@@ -42,3 +41,8 @@ foreach(map "${PROJECT_SOURCE_DIR}=." "${PROJECT_BINARY_DIR}=." "${CMAKE_SYSROOT
         target_compile_options(qz_options INTERFACE $<${optimised}:-ffile-prefix-map=${map}>)
     endif()
 endforeach()
+# g++ resolves links in the path of a header when that makes it shorter, and a sysroot may be one.  Not where no sysroot
+# is: clang-tidy, which reads those builds, does not know the option.
+if(CMAKE_SYSROOT AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    target_compile_options(qz_options INTERFACE -fno-canonical-system-headers)
+endif()
