@@ -10,18 +10,14 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <functional>
 #include <iostream>
 #include <iterator>
 #include <optional>
 #include <thread>
-#include <utility>
-#include <vector>
 
 #include "common/Constants.h"
 #include "common/LogReader.h"
-#include "control/CommandPipe.h"
-#include "control/Instance.h"
+#include "control/Conversation.h"
 #include "control/Pictures.h"
 
 using qz::common::LogReader;
@@ -31,150 +27,11 @@ namespace qz::control {
 
 namespace {
 
-// The log is looked at this often.  Not inotify: closing its descriptor, at the latest at the exit, waits 10 to 20 ms
-// in the kernel, which is more than this costs.
-constexpr std::chrono::milliseconds LOOK_INTERVAL{1};
-constexpr std::chrono::milliseconds PROCESS_INTERVAL{50}; // and the process, which takes longer to look at
 constexpr std::chrono::milliseconds FOLLOW_INTERVAL{100};
-
-void Pause(std::chrono::milliseconds time) {
-    std::this_thread::sleep_for(time);
-}
 
 bool Begins(const std::string& text, const std::string& start) {
     return text.compare(0, start.size(), start) == 0;
 }
-
-// A running daemon and what it logs.
-class Conversation {
-public:
-    explicit Conversation(const Deadline& deadline)
-        : m_Deadline(deadline), m_Instance(Instance::Look()), m_Log(LogDirectory(), DAEMON_NAME) {}
-
-    const Instance& Daemon() const { return m_Instance; }
-
-    void RequireRunning() const {
-        if (!m_Instance.Running())
-            throw Failure{NO_DAEMON, "not running", "the daemon is not running"};
-        // The answer could not be seen.
-        if (access(LogDirectory().c_str(), R_OK | X_OK) != 0 && errno == EACCES)
-            throw Failure{NO_PERMISSION, "no permission", "no permission to read the log in " + LogDirectory()};
-    }
-
-    // Waits until what others have written has been read: two commands at once would be read as pieces of both.  What
-    // has been logged by then is passed over.
-    void UntilRead(const CommandPipe& pipe) {
-        while (pipe.Unread() > 0) {
-            if (Ended()) // what it has not read stays in the pipe as long as another program has that open
-                ThrowEnded();
-            if (m_Deadline.Passed())
-                throw Failure{REFUSED, "pipe full", "the daemon does not read what others have written into the pipe"};
-            Pause(LOOK_INTERVAL);
-        }
-        m_Log.SeekToEnd();
-    }
-
-    // Writes the command into the pipe and hands the daemon's records to the function until that has seen enough.  What
-    // is logged before the daemon has read the command is about the commands of others.  A command that was read and
-    // left no line may have been torn by what another writer put in at the same moment: it is written once more when
-    // half of the time that was left then has gone.
-    void Ask(CommandPipe& pipe, const std::string& command, const std::function<bool(const LogRecord&)>& enough) {
-        pipe.Write(command);
-        std::optional<Deadline> half; // since it was read
-        bool silent = true;
-        bool again = false;
-        Until(
-            [&](const LogRecord& record) {
-                silent = silent && (record.level == "WRN" || Begins(record.message, "Invalid screenMode"));
-                return enough(record);
-            },
-            [&] {
-                if (!half && pipe.Unread() == 0)
-                    half.emplace(m_Deadline.Left() / 2);
-                if (half && silent && !again && half->Passed()) {
-                    again = true;
-                    try {
-                        pipe.Write(command);
-                    } catch (const Failure&) {
-                        // It has ended, and its last lines tell why, or the time runs out on a full pipe.
-                    }
-                }
-                return half.has_value();
-            });
-    }
-
-    // Hands the daemon's records to the function until that has seen enough; those that there are while it is not yet
-    // time for it are passed over.  Throws a Failure when the daemon ends before, or the time is up.
-    void Until(
-        const std::function<bool(const LogRecord&)>& enough,
-        const std::function<bool()>& isTime = [] { return true; }) {
-        auto nextLook = std::chrono::steady_clock::now();
-        for (;;) {
-            bool gone = false;
-            if (std::chrono::steady_clock::now() >= nextLook) {
-                gone = Ended(); // looked at before the log: what it wrote last is read then
-                nextLook += PROCESS_INTERVAL;
-            }
-            std::vector<LogRecord> records;
-            while (std::optional<LogRecord> record = m_Log.Next())
-                records.push_back(std::move(*record));
-            // Asked after the reading: what has been read by then was logged before.
-            const bool time = isTime();
-            for (const LogRecord& record : records) {
-                if (record.pid != m_Instance.pid)
-                    continue;
-                if (record.level == "ERR")
-                    m_LastError = record.message;
-                if (time && enough(record))
-                    return;
-            }
-            if (gone)
-                ThrowEnded();
-            if (m_Deadline.Passed())
-                throw Failure{TIMED_OUT, "timed out", "no answer within the time given"};
-            Pause(LOOK_INTERVAL);
-        }
-    }
-
-    // Waits until it has ended and another may start.
-    void UntilGone() {
-        while (!Ended()) {
-            if (m_Deadline.Passed())
-                throw Failure{TIMED_OUT, "timed out", "the daemon is still there"};
-            Pause(LOOK_INTERVAL);
-        }
-    }
-
-private:
-    // By the lock, which the kernel frees however the process ends.  While a daemon ends there is no pid file any more.
-    bool Ended() const {
-        const Instance now = Instance::Look();
-        return !now.lockHeld || (now.pid != 0 && now.pid != m_Instance.pid);
-    }
-
-    [[noreturn]] void ThrowEnded() const {
-        throw Failure{NO_DAEMON, "ended",
-                      "the daemon ended meanwhile" + (m_LastError.empty() ? "" : ": " + m_LastError)};
-    }
-
-    const Deadline m_Deadline;
-    const Instance m_Instance;
-    LogReader m_Log;
-    std::string m_LastError;
-};
-
-// A client's turn with the running daemon: alone, and with nothing of others' in the pipe.
-struct Turn {
-    explicit Turn(std::chrono::milliseconds timeout) : deadline(timeout), alone(deadline), conversation(deadline) {
-        conversation.RequireRunning();
-        conversation.UntilRead(pipe);
-    }
-
-    const Deadline deadline;
-    const ClientLock alone;
-    CommandPipe pipe;
-    Conversation conversation;
-};
 
 void AddPicture(Report& report, const std::string& name, const Picture& picture) {
     char age[32];
@@ -286,11 +143,12 @@ LastEnd ReadLastEnd() {
             event = message;
         if (record->level == "ERR" && !Begins(message, " * read system configuration"))
             error = message;
-        if (message.find("CAPTURE [Terminated]") != std::string::npos || message == "Abnormal process exit.")
-            last = {record->time, !cause.empty() ? cause
-                                  : !event.empty()
-                                      ? "after " + event
-                                      : "the log does not say why; an event of the board shows with --debug"};
+        if (message.find("CAPTURE [Terminated]") == std::string::npos && message != "Abnormal process exit.")
+            continue;
+        if (cause.empty())
+            cause =
+                event.empty() ? "the log does not say why; an event of the board shows with --debug" : "after " + event;
+        last = {record->time, cause};
     }
     return last;
 }
@@ -376,7 +234,7 @@ Report WaitReady(std::chrono::milliseconds timeout) {
     while (!(daemon = Instance::Look()).Running()) {
         if (deadline.Passed())
             throw Failure{NO_DAEMON, "not running", "the daemon is not running"};
-        Pause(LOOK_INTERVAL);
+        std::this_thread::sleep_for(Conversation::LOOK_INTERVAL);
     }
     Conversation conversation(deadline); // which reads the log from its start: the daemon may have started yesterday
     conversation.Until([](const LogRecord& record) { return record.message == "Initialize succeed"; });
@@ -398,7 +256,7 @@ void PrintLog(bool follow, const std::string& level, const std::string& text) {
         std::cout.flush();
         if (!follow || !std::cout)
             return;
-        Pause(FOLLOW_INTERVAL);
+        std::this_thread::sleep_for(FOLLOW_INTERVAL);
     }
 }
 
