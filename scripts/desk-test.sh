@@ -26,6 +26,7 @@ cleanup() {
     [ -z "$desk" ] || kill "$desk" 2>/dev/null || :
     rm -rf "$work"
 }
+: >"$work/output" # there before the first look at it
 "$root/scripts/desk.sh" --port 8180 >"$work/output" 2>&1 &
 desk=$!
 until address=$(sed -n 's|^desk: http://\([0-9.:]*\)/.*|\1|p' "$work/output") && [ -n "$address" ]; do
