@@ -2,13 +2,14 @@
 #include "capture/Capture.h"
 
 #include <signal.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <iterator>
 
+#include "common/FileAccess.h"
 #include "common/FileLogger.h"
+
+using qz::common::Wake;
 
 namespace qz::capture {
 
@@ -63,7 +64,6 @@ bool Ends(int code, Ending ending) {
 
 constexpr const char* STATE_TEXTS[] = {"STATE_ZERO", "STATE_INIT", "STATE_SETUP", "STATE_SETUP_VENC", "STATE_ENCODING"};
 
-constexpr int WAKE_ATTEMPTS = 3;
 constexpr int FORWARDED_ABOVE = 4; // the library's own log level
 
 } // namespace
@@ -80,12 +80,7 @@ std::string Capture::CovertStrState(H264EncState state) {
 void Capture::EndSession() {
     if (!m_Running.exchange(false))
         return;
-    // Not given up at the first failure: without it the task sees the flag only when its select ends.
-    const uint64_t one = 1;
-    for (int attempt = 0; attempt < WAKE_ATTEMPTS; ++attempt) {
-        if (write(m_EndEvent.Get(), &one, sizeof one) == sizeof one)
-            break;
-    }
+    Wake(m_EndEvent.Get());
     try {
         m_Promise.set_value(1);
     } catch (const std::future_error&) {

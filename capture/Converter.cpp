@@ -13,9 +13,11 @@
 
 #include "common/Constants.h"
 #include "common/FileAccess.h"
+#include "common/SignalMask.h"
 
 using qz::common::AGENT_LATEST_PATH;
 using qz::common::OpenRegularForReading;
+using qz::common::SignalSet;
 using qz::common::UniqueFd;
 
 namespace qz::capture {
@@ -33,12 +35,9 @@ class SpawnSetup {
 public:
     SpawnSetup() {
         posix_spawnattr_init(&m_Attributes);
-        sigset_t set;
-        sigemptyset(&set);
-        posix_spawnattr_setsigmask(&m_Attributes, &set);
-        sigaddset(&set, SIGPIPE);
-        sigaddset(&set, SIGXFSZ);
-        posix_spawnattr_setsigdefault(&m_Attributes, &set);
+        const sigset_t none = SignalSet({}), ignored = SignalSet({SIGPIPE, SIGXFSZ});
+        posix_spawnattr_setsigmask(&m_Attributes, &none);
+        posix_spawnattr_setsigdefault(&m_Attributes, &ignored);
         posix_spawnattr_setflags(&m_Attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
         posix_spawn_file_actions_init(&m_Files);
         posix_spawn_file_actions_addopen(&m_Files, STDIN_FILENO, "/dev/null", O_RDWR, 0);
@@ -87,10 +86,10 @@ bool Converter::Convert(const char* scale, const std::string& dst, const std::st
     const pid_t child = Start(scale, dst, src);
     if (child == 0)
         return false;
-    int status = 0;
-    if (!Collect(child, status))
+    siginfo_t info{};
+    if (!Collect(child, info))
         return IsWhole(dst); // an unknown status is not a failed one
-    return WIFEXITED(status) && (WEXITSTATUS(status) == 0 || WEXITSTATUS(status) == WARNING);
+    return info.si_code == CLD_EXITED && (info.si_status == 0 || info.si_status == WARNING);
 }
 
 // The start itself may hang, on a disk that does: it is not done under the lock, which Bar takes.
@@ -111,17 +110,13 @@ pid_t Converter::Start(const char* scale, const std::string& dst, const std::str
 
 // Waits for the child.  False when somebody else has collected its status: the kernel, where SIGCHLD is ignored, or a
 // library that collects every child.
-bool Converter::Collect(pid_t child, int& status) {
+bool Converter::Collect(pid_t child, siginfo_t& info) {
     // Without collecting it at first, so that its pid stays its own until no one can kill it any more.
-    siginfo_t info{};
     while (waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT) != 0 && errno == EINTR) {
     }
     const std::lock_guard<std::mutex> lock(m_Lock);
     m_Running = 0;
-    pid_t collected = 0;
-    while ((collected = waitpid(child, &status, 0)) < 0 && errno == EINTR) {
-    }
-    return collected == child;
+    return waitid(P_PID, static_cast<id_t>(child), &info, WEXITED) == 0;
 }
 
 void Converter::Bar() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <signal.h>
 #include <sys/types.h>
 
 #include <atomic>
@@ -24,7 +25,7 @@ public:
 
 private:
     pid_t Start(const char* scale, const std::string& dst, const std::string& src);
-    bool Collect(pid_t child, int& status);
+    bool Collect(pid_t child, siginfo_t& info);
 
     std::mutex m_Lock; // guards m_Barred and every change of m_Running: only a process of ours is ever killed
     bool m_Barred = false;

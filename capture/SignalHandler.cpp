@@ -19,10 +19,13 @@
 
 #include "capture/Converter.h"
 #include "capture/SignalEventObserver.h"
+#include "common/FileAccess.h"
 #include "common/FileLogger.h"
 #include "common/SignalMask.h"
 
 using qz::common::AllSignalsBlocked;
+using qz::common::SignalSet;
+using qz::common::Wake;
 
 namespace qz::capture {
 
@@ -43,8 +46,6 @@ constexpr HandledSignal HANDLED_SIGNALS[] = {{SIGTERM, false}, {SIGINT, false}, 
 std::atomic<int> readEnd{-1};
 std::atomic<int> writeEnd{-1};
 static_assert(std::atomic<int>::is_always_lock_free, "the handler must not take a lock");
-
-constexpr int WAKE_ATTEMPTS = 3;
 
 // What has come and has not been dispatched, by signal number; the first for numbers that are none.
 std::atomic<bool> pending[256];
@@ -68,8 +69,7 @@ bool IsFault(int number) {
 }
 
 sigset_t HandledSignals(bool faults) {
-    sigset_t set;
-    sigemptyset(&set);
+    sigset_t set = SignalSet({});
     for (const HandledSignal& signal : HANDLED_SIGNALS) {
         if (signal.fault == faults)
             sigaddset(&set, signal.number);
@@ -83,11 +83,7 @@ void Tell(int signal) {
     if (!known)
         strayNumber = signal;
     pending[known ? signal : 0] = true;
-    const char anything = 0;
-    for (int attempt = 0; attempt < WAKE_ATTEMPTS; ++attempt) {
-        if (write(writeEnd, &anything, 1) == 1 || errno == EAGAIN)
-            return; // a full pipe wakes as well
-    }
+    Wake(writeEnd);
 }
 
 void Pause(time_t seconds, long nanoseconds) {
@@ -97,34 +93,26 @@ void Pause(time_t seconds, long nanoseconds) {
 }
 
 // Up to the end of this namespace, and endByFault: the end by a signal, which writes no counters; tests/daemon looks at
-// it from outside.  GCOV_EXCL_START What system() would do, without its lock, and without waiting for ever.
-// posix_spawn neither allocates nor takes the locks that a plain fork takes.
+// it from outside.  GCOV_EXCL_START
+
+// What system() would do, without its lock, and without waiting for ever.  posix_spawn neither allocates nor takes the
+// locks that a plain fork takes.  The shell inherits the handler's signal mask: its one command waits for nothing.
 void RunInShell(char* command) {
-    posix_spawnattr_t attributes;
-    if (posix_spawnattr_init(&attributes) != 0)
-        return;
-    sigset_t none;
-    sigemptyset(&none);
-    posix_spawnattr_setsigmask(&attributes, &none);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
     char shell[] = "sh";
     char option[] = "-c";
     char* const arguments[] = {shell, option, command, nullptr};
     pid_t child = 0;
-    if (posix_spawn(&child, "/bin/sh", nullptr, &attributes, arguments, environ) == 0) {
-        constexpr int ATTEMPTS = 100; // a second
-        for (int i = 0; i < ATTEMPTS && waitpid(child, nullptr, WNOHANG) == 0; ++i)
-            Pause(0, 10000000);
-    }
-    posix_spawnattr_destroy(&attributes);
+    if (posix_spawn(&child, "/bin/sh", nullptr, nullptr, arguments, environ) != 0)
+        return;
+    constexpr int ATTEMPTS = 100; // a second
+    for (int i = 0; i < ATTEMPTS && waitpid(child, nullptr, WNOHANG) == 0; ++i)
+        Pause(0, 10000000);
 }
 
 // Raises the signal in this thread, which has it blocked.
 void Raise(int signal, const struct sigaction& action) {
     sigaction(signal, &action, nullptr);
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, signal);
+    const sigset_t set = SignalSet({signal});
     pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
     raise(signal);
 }
@@ -181,9 +169,8 @@ bool SignalHandler::setupSignal() {
 
 void SignalHandler::setSignalAction(int signal) {
     m_SigactNew[signal].sa_handler = handleSignal;
-    sigemptyset(&m_SigactNew[signal].sa_mask);
-    if (IsFault(signal))
-        m_SigactNew[signal].sa_mask = HandledSignals(true); // another fault that is sent cannot cut in on the first
+    // While a fault is handled, another one that is sent cannot cut in on it.
+    m_SigactNew[signal].sa_mask = IsFault(signal) ? HandledSignals(true) : SignalSet({});
     sigaction(signal, &m_SigactNew[signal], &m_SigactOrg[signal]);
     QZ_LOG(INF, " * handler registered. SetupSignal (" << strsignal(signal) << ":" << signal << ")");
 }

@@ -13,12 +13,14 @@
 #include "capture/Initializer.h"
 #include "capture/SignalHandler.h"
 #include "common/FileLogger.h"
+#include "common/SignalMask.h"
 #include "common/Util.h"
 
 using qz::capture::Capture;
 using qz::capture::EndWatch;
 using qz::capture::Initializer;
 using qz::capture::SignalHandler;
+using qz::common::SignalSet;
 using qz::common::Util;
 using qz::common::VersionType;
 
@@ -36,8 +38,7 @@ void SleepMicroseconds(int count) {
 void SetAsideWhatIsInherited() {
     signal(SIGCHLD, SIG_DFL); // ignored, the decoder's status would be nobody's
     signal(SIGXFSZ, SIG_IGN);
-    sigset_t none;
-    sigemptyset(&none);
+    const sigset_t none = SignalSet({});
     sigprocmask(SIG_SETMASK, &none, nullptr);
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
         if (fcntl(fd, F_GETFD) == -1)

@@ -6,10 +6,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 
 namespace qz::common {
 
 namespace {
+
+constexpr int WAKE_ATTEMPTS = 3;
 
 UniqueFd OpenRegular(const char* path, int flags) {
     UniqueFd fd(open(path, flags | O_NONBLOCK | O_CLOEXEC, 0666));
@@ -49,15 +52,18 @@ ssize_t ReadSome(int fd, char* data, size_t size) {
 
 size_t ReadAll(int fd, char* data, size_t size) {
     size_t done = 0;
-    ssize_t count = 1;
-    while (done < size && (count = ReadSome(fd, data + done, size - done)) > 0)
+    while (done != size) {
+        const ssize_t count = ReadSome(fd, data + done, size - done);
+        if (count <= 0)
+            break;
         done += static_cast<size_t>(count);
+    }
     return done;
 }
 
 size_t WriteAll(int fd, const char* data, size_t size) {
     size_t done = 0;
-    while (done < size) {
+    while (done != size) {
         const ssize_t written = write(fd, data + done, size - done);
         if (written < 0 && errno == EINTR)
             continue;
@@ -66,6 +72,14 @@ size_t WriteAll(int fd, const char* data, size_t size) {
         done += static_cast<size_t>(written);
     }
     return done;
+}
+
+void Wake(int fd) {
+    const uint64_t one = 1; // an eventfd takes no other size
+    for (int attempt = 0; attempt < WAKE_ATTEMPTS; ++attempt) {
+        if (write(fd, &one, sizeof one) > 0 || errno == EAGAIN)
+            return;
+    }
 }
 
 } // namespace qz::common

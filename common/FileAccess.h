@@ -41,4 +41,9 @@ size_t ReadAll(int fd, char* data, size_t size);
 // How many of the bytes were written: all of them, or fewer before an error.
 size_t WriteAll(int fd, const char* data, size_t size);
 
+// Wakes whoever waits to read from an eventfd or at the other end of a pipe; the descriptor is non-blocking, and what
+// is full wakes as well.  Not given up at the first failure, since nothing else may tell the waiting side.
+// Async-signal-safe.
+void Wake(int fd);
+
 } // namespace qz::common
