@@ -63,7 +63,6 @@ protected:
 private:
     PacketBuffer m_Key;
     PacketBuffer m_IV;
-    int32_t m_KeyLength = 32; // bytes
 };
 
 } // namespace qz::common

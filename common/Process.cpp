@@ -56,21 +56,16 @@ bool Process::Init(bool lock) {
 
 int Process::Lock() {
     // Held already, on the file that the name still means.
-    if (m_LockDescriptor > 0 && FileIdentity::Of(m_LockDescriptor) == FileIdentity::Of(LockPath().c_str()))
-        return m_LockDescriptor;
+    if (m_LockDescriptor.Valid() && FileIdentity::Of(m_LockDescriptor.Get()) == FileIdentity::Of(LockPath().c_str()))
+        return m_LockDescriptor.Get();
     const int descriptor = Util::FileLock(LockPath());
-    if (descriptor == -1 && m_LockDescriptor > 0)
-        return -1; // the old one stays held
-    Unlock();
-    m_LockDescriptor = descriptor;
+    if (descriptor != -1)
+        m_LockDescriptor.Reset(descriptor); // otherwise an old one stays held
     return descriptor;
 }
 
 void Process::Unlock() {
-    if (m_LockDescriptor < 1)
-        return;
-    close(m_LockDescriptor);
-    m_LockDescriptor = 0;
+    m_LockDescriptor.Reset();
 }
 
 void Process::FileKill() {

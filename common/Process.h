@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <string>
 
+#include "common/Owners.h"
+
 namespace qz::common {
 
 // The lock file is LOCK_DIR + name + LOCK_EXTENSION, the pid file PID_DIR + name + PID_EXTENSION.
@@ -53,7 +55,7 @@ private:
     bool m_Owner = false; // this instance wrote the pid file
     std::string m_Name;
     int32_t m_Pid;
-    int32_t m_LockDescriptor = 0; // 0 or below: none
+    UniqueFd m_LockDescriptor;
 };
 
 } // namespace qz::common
