@@ -114,8 +114,9 @@ int Capture::WaitForCommand(int pipe) {
         FD_SET(pipe, &set);
         if (m_EndEvent.Valid())
             FD_SET(m_EndEvent.Get(), &set);
-        timeval timeout{static_cast<time_t>(slice.count() / 1000),
-                        static_cast<suseconds_t>(slice.count() % 1000 * 1000)};
+        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(slice);
+        const std::chrono::microseconds rest = slice - seconds;
+        timeval timeout{static_cast<time_t>(seconds.count()), static_cast<suseconds_t>(rest.count())};
         ready = select(std::max(pipe, m_EndEvent.Get()) + 1, &set, nullptr, nullptr, &timeout);
     }
     return ready;

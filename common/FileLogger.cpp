@@ -39,10 +39,9 @@ void FormatTime(char (&out)[TIME_SIZE]) {
     };
     thread_local Second second;
 
-    const int64_t nanoseconds =
-        std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch())
-            .count();
-    const auto when = static_cast<time_t>(nanoseconds / 1000000000);
+    const auto now = std::chrono::system_clock::now();
+    const auto wholeSeconds = std::chrono::floor<std::chrono::seconds>(now);
+    const time_t when = std::chrono::system_clock::to_time_t(wholeSeconds);
     if (when != second.when) {
         tm local{};
         localtime_r(&when, &local);
@@ -50,7 +49,8 @@ void FormatTime(char (&out)[TIME_SIZE]) {
                  local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
         second.when = when;
     }
-    snprintf(out, sizeof out, "%s%03d", second.text, static_cast<int>(nanoseconds % 1000000000 / 1000000));
+    const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(now - wholeSeconds);
+    snprintf(out, sizeof out, "%s%03d", second.text, static_cast<int>(milliseconds.count()));
 }
 
 std::string LoginName() {
@@ -99,14 +99,8 @@ bool FileLogger::Initialize(const std::string& directory, const std::string& nam
     m_Level = level;
     m_CloseAfterWrite = closeAfterWrite;
     m_Gate = ToConsole() ? std::max(CONSOLE_LEVEL, level) : level;
-
-    struct stat status {};
-    // There is usually no file without a date.  One that older versions left gives the date that its lines are of; in
-    // either case CheckLogDate opens today's file.
-    const bool found = lstat((m_Directory + PATH_SEPARATOR + m_Name).c_str(), &status) == 0;
     m_DateFormat = dateFormat;
-    m_CurrentDate = GetDateFormat(found ? status.st_mtime : 0, m_DateFormat);
-    return CheckLogDate();
+    return CheckLogDate(); // no file is open: it opens today's, whatever the date was before
 }
 
 bool FileLogger::Write(std::ostringstream* line) {

@@ -75,10 +75,8 @@ bool ThreadPool::Idle() const {
 
 void* ThreadPool::TakeFront() {
     const std::lock_guard<std::mutex> lock(m_QueueLock);
-    if (m_Queue.empty()) {
-        m_PendingCount = 0;
+    if (m_Queue.empty())
         return nullptr;
-    }
     void* item = m_Queue.front();
     m_Queue.pop_front();
     ++m_BusyCount; // first, so that the item is at every moment counted as one or the other
@@ -92,12 +90,11 @@ void ThreadPool::OnRun() {
             if (m_Executor)
                 m_Executor->OnExecute(item);
             --m_BusyCount;
-            if (m_Running)
-                continue; // a busy queue is drained without waiting
+            continue; // a busy queue is drained without waiting
         }
         std::unique_lock<std::mutex> lock(m_WaitLock);
         if (m_Running)
-            m_Signal.wait_until(lock, std::chrono::steady_clock::now() + IDLE_WAIT);
+            m_Signal.wait_for(lock, IDLE_WAIT);
     }
 }
 

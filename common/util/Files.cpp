@@ -25,17 +25,10 @@ constexpr std::pair<mode_t, FileObjectType> FILE_TYPES[] = {
 
 // False when there is no working directory, or its path is longer than any.
 bool WorkingDirectory(std::string& path) {
-    char buffer[255];
-    if (getcwd(buffer, sizeof buffer)) {
-        path = buffer;
-        return true;
-    }
-    if (errno != ERANGE)
+    char buffer[PATH_MAX];
+    if (!getcwd(buffer, sizeof buffer))
         return false;
-    std::string larger(PATH_MAX, '\0');
-    if (!getcwd(&larger[0], larger.size()))
-        return false;
-    path = larger.c_str();
+    path = buffer;
     return true;
 }
 

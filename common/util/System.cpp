@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
 
@@ -21,9 +22,9 @@ constexpr const char* OWN_DESCRIPTORS = "/proc/self/fd";
 
 // A descriptor number, or -1 for any other text.
 int ToDescriptor(const char* text) {
-    char* end = nullptr;
-    const long value = strtol(text, &end, 10);
-    return end != text && *end == '\0' && value >= 0 && value <= INT32_MAX ? static_cast<int>(value) : -1;
+    int value = -1;
+    const auto [end, error] = std::from_chars(text, text + strlen(text), value);
+    return error == std::errc{} && *end == '\0' ? value : -1;
 }
 
 } // namespace
