@@ -15,10 +15,10 @@ namespace qz::common {
 namespace {
 
 constexpr unsigned char DEFAULT_KEY[] = {0x4b, 0x8e, 0x2f, 0x71, 0xa6, 0xc3, 0xd9, 0x05, 0x1e, 0x7a, 0xb4,
-                                           0xf2, 0xc8, 0x6d, 0x3a, 0x9e, 0x0f, 0x5b, 0x7c, 0x1d, 0x2e, 0x8a,
-                                           0x4f, 0x6b, 0x9c, 0x3d, 0x5e, 0x7a, 0x1b, 0x2c, 0x4d, 0x6e};
+                                         0xf2, 0xc8, 0x6d, 0x3a, 0x9e, 0x0f, 0x5b, 0x7c, 0x1d, 0x2e, 0x8a,
+                                         0x4f, 0x6b, 0x9c, 0x3d, 0x5e, 0x7a, 0x1b, 0x2c, 0x4d, 0x6e};
 constexpr unsigned char DEFAULT_IV[] = {0x9d, 0x2e, 0x7b, 0x4a, 0x1c, 0x6f, 0x3e, 0x8d,
-                                          0x5a, 0x0b, 0x7c, 0x2e, 0x4f, 0x6a, 0x8b, 0x1d};
+                                        0x5a, 0x0b, 0x7c, 0x2e, 0x4f, 0x6a, 0x8b, 0x1d};
 
 const char* Chars(const unsigned char* data) {
     return reinterpret_cast<const char*>(data);
@@ -56,9 +56,7 @@ bool AesKey::loadFileContent(std::string path, PacketBuffer& out) {
 
 AesKey::Cipher::Cipher(const AesKey& key, Direction direction) : m_Context(EVP_CIPHER_CTX_new()) {
     const int length = key.m_Key.Length();
-    const EVP_CIPHER* cipher = length == 16   ? EVP_aes_128_cbc()
-                               : length == 24 ? EVP_aes_192_cbc()
-                                              : EVP_aes_256_cbc();
+    const EVP_CIPHER* cipher = length == 16 ? EVP_aes_128_cbc() : length == 24 ? EVP_aes_192_cbc() : EVP_aes_256_cbc();
     // Only the encryption pads: at decryption the padding is taken on trust, which libcrypto would not do.
     // An empty IV: there was no memory for one, and libcrypto would take zeros.
     m_Good = m_Context && !key.m_IV.Empty() &&
