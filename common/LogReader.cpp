@@ -5,7 +5,6 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <vector>
 
@@ -16,30 +15,28 @@ namespace qz::common {
 
 namespace {
 
-constexpr size_t DATE_LENGTH = 8;  // of a file's name
-constexpr size_t TIME_LENGTH = 23; // of a record
+const std::string DATE = "00000000" + LOG_EXTENSION; // of a file, behind its name and a dash; see Shape
+const std::string TIME = "0000-00-00 00:00:00.000";  // of a record
+const std::string TAIL = "[L:";                      // then the line's number and "]"
+constexpr const char* DIGITS = "0123456789";
 
-bool IsDigit(char c) {
-    return c >= '0' && c <= '9';
+// The text with every digit as 0.
+std::string Shape(std::string text) {
+    for (size_t at = 0; (at = text.find_first_of(DIGITS, at)) != std::string::npos; ++at)
+        text[at] = '0';
+    return text;
 }
 
 // Whether a record begins here.
 bool IsHead(const std::string& line) {
-    const std::string shape = "dddd-dd-dd dd:dd:dd.ddd|";
-    if (line.size() < shape.size())
-        return false;
-    for (size_t i = 0; i < shape.size(); ++i) {
-        if (shape[i] == 'd' ? !IsDigit(line[i]) : line[i] != shape[i])
-            return false;
-    }
-    return true;
+    return Shape(line.substr(0, TIME.size() + 1)) == TIME + '|';
 }
 
 // Whether a record ends with this line: " [L:87]", alone on it after a message with line ends.
 bool IsTail(const std::string& line) {
-    const size_t tag = line.rfind("[L:");
-    return tag != std::string::npos && line.size() > tag + 4 && line.back() == ']' &&
-           std::all_of(line.begin() + static_cast<std::ptrdiff_t>(tag) + 3, line.end() - 1, IsDigit);
+    const size_t tail = line.rfind(TAIL);
+    return tail != std::string::npos && line.back() == ']' &&
+           line.find_first_not_of(DIGITS, tail + TAIL.size()) == line.size() - 1;
 }
 
 } // namespace
@@ -47,17 +44,17 @@ bool IsTail(const std::string& line) {
 LogRecord ParseRecord(const std::string& text) {
     LogRecord record;
     record.text = text;
-    const size_t level = text.find('|', TIME_LENGTH + 1) + 1;
+    const size_t level = text.find('|', TIME.size() + 1);
     const size_t pid = text.find("|[", level);
     const size_t function = text.find("][", pid);
     const size_t message = text.find("] ", function);
-    const size_t tail = text.rfind("[L:");
-    if (!IsHead(text) || message == std::string::npos || tail == std::string::npos || tail <= message + 1)
+    const size_t tail = text.rfind(" " + TAIL);
+    if (!IsHead(text) || message == std::string::npos || tail == std::string::npos || tail < message + 2)
         return record;
-    record.time = text.substr(0, TIME_LENGTH);
-    record.level = text.substr(level, 3);
+    record.time = text.substr(0, TIME.size());
+    record.level = text.substr(level + 1, 3);
     record.pid = std::atoi(text.c_str() + pid + 2);
-    record.message = text.substr(message + 2, tail - message - 3);
+    record.message = text.substr(message + 2, tail - message - 2);
     return record;
 }
 
@@ -65,14 +62,12 @@ LogReader::LogReader(std::string directory, std::string name)
     : m_Directory(std::move(directory)), m_Name(std::move(name)) {}
 
 std::string LogReader::FileAfter(const std::string& file) const {
+    const std::string prefix = m_Name + "-";
     std::string next;
     const DirectoryPtr directory(opendir(m_Directory.c_str()));
     while (const dirent* entry = directory ? readdir(directory.get()) : nullptr) {
         const std::string name = entry->d_name;
-        const bool dated = name.size() == m_Name.size() + 1 + DATE_LENGTH + LOG_EXTENSION.size() &&
-                           name.compare(0, m_Name.size() + 1, m_Name + "-") == 0 &&
-                           std::all_of(name.begin() + static_cast<std::ptrdiff_t>(m_Name.size()) + 1,
-                                       name.end() - static_cast<std::ptrdiff_t>(LOG_EXTENSION.size()), IsDigit);
+        const bool dated = name.compare(0, prefix.size(), prefix) == 0 && Shape(name.substr(prefix.size())) == DATE;
         if (dated && name > file && (next.empty() || name < next))
             next = name;
     }

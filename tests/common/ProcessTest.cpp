@@ -107,6 +107,7 @@ TEST(Process, AliveMeansThePidAndTheName) {
                                                          {child.pid, " thing\n", true},
                                                          {child.pid, "", true},
                                                          {child.pid, "thin", false},
+                                                         {1, "", true},
                                                          {0, "", false},
                                                          {-1, "", false},
                                                          {99999, "", false},

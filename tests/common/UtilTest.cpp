@@ -121,8 +121,10 @@ TEST(System, Queries) {
 }
 
 TEST(System, CloseAllLeavesTheStandardDescriptors) {
+    Log log;
     const int high = fcntl(0, F_DUPFD, 500), low = dup(0);
     Util::CloseAllFDsProcess();
+    EXPECT_EQ(log.Messages(), Texts());
     for (const int fd : {0, 1, 2, low, high})
         EXPECT_EQ(fcntl(fd, F_GETFD) != -1, fd < 3) << fd;
 }

@@ -3,6 +3,9 @@
 #include "tests/support/Support.h"
 
 using namespace support;
+using qz::common::CauseOfEnd;
+using qz::common::LogRecord;
+using qz::common::ParseRecord;
 
 namespace {
 
@@ -119,13 +122,42 @@ TEST(Control, EndsAndTellsOfThem) {
     }
 }
 
+TEST(Control, RecordsAndCausesOfAnEnd) {
+    const std::string time = "2026-11-16 10:06:09.123", head = time + "||DBG|NA|[812][a::b]";
+    // The text, and what it is taken for: time, level, pid, message.
+    const std::pair<std::string, std::string> records[] = {{head + " [x] y [L:1] [L:2]", "DBG; 812; [x] y [L:1]"},
+                                                           {head + "  [L:2]", "DBG; 812; "},
+                                                           {head + " [L:2]", "0; "},
+                                                           {head + " m", "0; "},
+                                                           {time + "||DBG|NA|[812][a::b m [L:2]", "0; "},
+                                                           {"x" + head.substr(1) + " m [L:2]", "0; "},
+                                                           {"00" + head.substr(1) + " m [L:2]", "0; "}};
+    for (const auto& [text, expected] : records) {
+        const LogRecord record = ParseRecord(text);
+        EXPECT_EQ(Joined({record.level, std::to_string(record.pid), record.message}), expected);
+        EXPECT_EQ(record.time, record.pid == 0 ? "" : time);
+    }
+    const std::array<std::string, 2> causes[] = {
+        {"end the thread", "the command capture_end"},
+        {"no requests for 10sec", "idle: nobody asked for a picture for more than 10 seconds"},
+        {" Receives signal(Terminated:15). ", "signal 15 (Terminated)"},
+        {" Receives signal(Hangup:1). ", ""},
+        {"Receives signal(Terminated:15). ", ""},
+        {" Receives signal(", ""},
+        {"FIFO select failed", "FIFO select failed"},
+        {"FIFO select timeout", ""}};
+    for (const auto& [message, cause] : causes)
+        EXPECT_EQ(CauseOfEnd(message), cause) << message;
+}
+
 TEST(Control, TheLogIsReadInWholeRecordsAcrossItsFiles) {
     std::filesystem::create_directories(Appliance::LOG_DIRECTORY);
     const std::string name = std::string(Appliance::LOG_DIRECTORY) + "/capture-2026";
     const std::string head = "2026-11-16 10:06:09.123||DBG|NA|[812][a::b] ";
     WriteFile(name + "1117.log", head + "MdEvent : PULLED [L:2]\ncut off\n" + head + "thi");
     WriteFile(name + "1116.log", head + "\n * one\n\n [L:1]\n");
-    WriteFile(name + "1116x.log", "another's");
+    for (const char* other : {"1116x.log", "1116.txt", "111.log"})
+        WriteFile(name + other, head + "another's [L:9]\n");
     std::filesystem::create_directory(name + "1115.log"); // nothing to read
     qz::common::LogReader log(Appliance::LOG_DIRECTORY, "capture");
     EXPECT_EQ(log.Next()->message, "\n * one\n\n");

@@ -161,6 +161,24 @@ TEST(Daemon, SignalsEndItOrDoNotAndFaultsKeepTheirStatusAlsoWithoutStandardInput
     }
 }
 
+TEST(Daemon, AFaultInTheLibraryIsToldAndWakesWhatIsStopped) {
+    WriteFile("/opt/shell", "#!/bin/bash\necho \"$@\" >>/opt/asked\nexec /bin/bash \"$@\"\n");
+    chmod("/opt/shell", 0755);
+    const FileMount shell("/opt/shell", "/bin/sh");
+    for (const std::string function : {"kt_md_capture", "exit"}) { // the latter strikes after the log's end
+        SCOPED_TRACE(function);
+        WriteFile("/opt/control", "fault " + function + "\n");
+        ReadyDaemon daemon("--debug", "XENC_CONTROL=/opt/control");
+        Appliance::Command(function == "exit" ? "capture_end" : "capture_run");
+        EXPECT_EQ(daemon.Status(), Daemon::BY_SIGNAL + SIGSEGV);
+        ExpectInOrder(daemon, {"INF Initialize succeed", "INF  Receives signal(Segmentation fault:11). ",
+                               "INF Abnormal process exit."});
+        EXPECT_EQ(daemon.Count(TERMINATED), function == "exit");
+        const std::string asked = "-c kill -CONT " + std::to_string(daemon.Pid()) + "\n";
+        EXPECT_NE(ReadFile("/opt/asked").find(asked), std::string::npos);
+    }
+}
+
 TEST(Daemon, EndsWithItsParent) {
     const int parent = fork();
     if (parent == 0) {
@@ -210,6 +228,26 @@ TEST(Daemon, ALibraryCallThatDoesNotReturnHoldsUpTheEndForFourSeconds) {
     ExpectOrderlyEnd(daemon);
     EXPECT_EQ(daemon.Count("ERR kt_uninit failed"), 1);
     EXPECT_EQ(daemon.Count("INF kt_uninit success"), 0);
+}
+
+// A run that failed keeps its status; at the exit there is a little more time, and no log any more.
+TEST(Daemon, AHangAfterAFailedRunOrAtTheExitHoldsUpTheEndLikewise) {
+    const std::tuple<const char*, int, int> rows[] = {{"fail kt_md_start\nhang kt_uninit\n", 255, 3900},
+                                                      {"hang exit\n", 0, 4600}};
+    for (const auto& [control, status, least] : rows) {
+        SCOPED_TRACE(control);
+        Appliance appliance;
+        WriteFile("/opt/control", control);
+        Daemon daemon("--debug", "XENC_CONTROL=/opt/control");
+        EXPECT_TRUE(Eventually([&] { return daemon.Mentions("kt_md_start"); }));
+        const auto start = steady_clock::now();
+        kill(daemon.Pid(), SIGTERM);
+        EXPECT_EQ(daemon.Status(), status);
+        EXPECT_TRUE(Since(start) >= least && Since(start) < least + 1000) << Since(start);
+        EXPECT_EQ(daemon.Count(TERMINATED), 1);
+        EXPECT_EQ(daemon.Count("ERR gave up waiting for kt_uninit"), status == 255);
+        EXPECT_FALSE(Exists(LOCK) || Exists(PID));
+    }
 }
 
 // At every moment of a short life: the start, a snapshot, the rotation's pause, the teardown.

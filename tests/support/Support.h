@@ -58,6 +58,15 @@ struct Mount {
     const std::string path;
 };
 
+// Another file in a file's place, as long as the object lives.
+struct FileMount {
+    FileMount(const char* file, const char* place) : path(place) {
+        EXPECT_EQ(mount(file, place, nullptr, MS_BIND, nullptr), 0);
+    }
+    ~FileMount() { umount2(path, MNT_DETACH); }
+    const char* const path;
+};
+
 // Whole milliseconds since then.
 int Since(std::chrono::steady_clock::time_point then);
 

@@ -1,6 +1,8 @@
 // The record of the calls and the planned failures.
 #include "xenc/simulator/CallRecord.h"
 
+#include <signal.h>
+
 #include <algorithm>
 #include <chrono>
 #include <iterator>
@@ -30,7 +32,8 @@ constexpr const char* FUNCTIONS[] = {"kt_init",
                                      "kt_md_uninit",
                                      "kt_md_start",
                                      "kt_md_stop",
-                                     "kt_md_capture"};
+                                     "kt_md_capture",
+                                     "exit"};
 
 } // namespace
 
@@ -64,6 +67,8 @@ bool CallRecord::TakeFailure(const std::string& function) {
         for (;;)
             std::this_thread::sleep_for(std::chrono::hours(1));
     }
+    if (failure->second == FAULT)
+        raise(SIGSEGV);
     --failure->second;
     return true;
 }

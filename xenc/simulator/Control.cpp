@@ -116,18 +116,14 @@ void WriteLog(Session& session, Line& line) {
         session.Log(level, text);
 }
 
-void PlanFailures(CallRecord& calls, Line& line) {
+// A call that hangs keeps the session's lock, so that later calls hang as well.
+void PlanFailures(CallRecord& calls, Line& line, const std::string& verb) {
     const std::string function = line.Word();
-    const int count = line.AtEnd() ? 1 : line.Number("a number of calls", 0);
+    int count = verb == "hang" ? CallRecord::HANG : CallRecord::FAULT;
+    if (verb == "fail")
+        count = line.AtEnd() ? 1 : line.Number("a number of calls", 0);
     if (line.IsRight() && !calls.PlanFailures(function, count))
         line.Expected("a function like kt_md_capture", function);
-}
-
-// The call keeps the session's lock meanwhile, so that later calls hang as well.
-void PlanHang(CallRecord& calls, Line& line) {
-    const std::string function = line.Word();
-    if (line.IsRight() && !calls.PlanFailures(function, CallRecord::HANG))
-        line.Expected("a function like kt_md_stop", function);
 }
 
 void SpoilPictures(PictureSource& pictures, Line& line) {
@@ -160,16 +156,14 @@ std::string CarryOut(Session& session, const std::string& text) {
         Fire(session, Notice::Kind::State, line);
     else if (verb == "log")
         WriteLog(session, line);
-    else if (verb == "fail")
-        PlanFailures(session.Calls(), line);
-    else if (verb == "hang")
-        PlanHang(session.Calls(), line);
+    else if (verb == "fail" || verb == "hang" || verb == "fault")
+        PlanFailures(session.Calls(), line, verb);
     else if (verb == "capture")
         SpoilPictures(session.Pictures(), line);
     else if (verb == "picture")
         session.Pictures().Choose(line.Rest());
     else if (!verb.empty()) // an empty line asks for nothing
-        line.Expected("sys, md, state, log, fail, hang, capture or picture", verb);
+        line.Expected("sys, md, state, log, fail, hang, fault, capture or picture", verb);
     return line.Mistake();
 }
 

@@ -51,6 +51,11 @@ Notice LogLine(const char* text) {
     return {Notice::Kind::Log, LOG_STEP, 0, text};
 }
 
+// What a library may do wrong when the process ends, after main.
+__attribute__((destructor)) void AtExit() {
+    (void)Session::Get().Calls().TakeFailure("exit");
+}
+
 } // namespace
 
 extern "C" {
