@@ -17,15 +17,16 @@
 using qz::common::CAPTURE_FIFO_PATH;
 using qz::common::FilePtr;
 using qz::common::UniqueFd;
+using namespace std::chrono_literals;
 
 namespace qz::capture {
 
 namespace {
 
-constexpr std::chrono::milliseconds SELECT_LIMIT{10000};
-constexpr std::chrono::milliseconds WITHOUT_WAKE_UP{100}; // how often the session's end is looked for then
-constexpr std::chrono::seconds IDLE_LIMIT{10};            // in whole seconds: the eleventh is over it
-constexpr std::chrono::milliseconds PASS_PAUSE{10};
+constexpr std::chrono::milliseconds SELECT_LIMIT = 10s;
+constexpr std::chrono::milliseconds WITHOUT_WAKE_UP = 100ms; // how often the session's end is looked for then
+constexpr auto IDLE_LIMIT = 10s;                             // in whole seconds: the eleventh is over it
+constexpr auto PASS_PAUSE = 10ms;
 
 // The longest command.  Reading no further keeps two commands that were written in one go apart.
 constexpr size_t COMMAND_LENGTH = 11;

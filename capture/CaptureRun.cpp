@@ -11,13 +11,14 @@
 
 using qz::common::CONTROL_PROCESS_NAME;
 using qz::common::Util;
+using namespace std::chrono_literals;
 
 namespace qz::capture {
 
 namespace {
 
 // After the session's end: then a decoder that is still running is killed.
-constexpr std::chrono::seconds CONVERTER_GRACE{2};
+constexpr auto CONVERTER_GRACE = 2s;
 
 } // namespace
 

@@ -10,6 +10,8 @@
 #include "capture/EndWatch.h"
 #include "common/FileLogger.h"
 
+using namespace std::chrono_literals;
+
 namespace qz::capture {
 
 Capture::Capture() : m_Future(m_Promise.get_future()), m_EndEvent(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
@@ -105,7 +107,7 @@ void Capture::resetScreenMode(int32_t mode) {
         return;
     }
     QZ_LOG(INF, "kt_md_setScreenRotate success");
-    std::this_thread::sleep_for(std::chrono::seconds(1)); // for the turned picture to arrive
+    std::this_thread::sleep_for(1s); // for the turned picture to arrive
     QZ_LOG(INF, "ScreenModeChange success: " << mode);
 }
 

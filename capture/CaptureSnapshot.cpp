@@ -56,9 +56,9 @@ bool CopyContents(const std::string& src, const std::string& dst) {
     char buffer[64 * 1024];
     for (;;) {
         const ssize_t count = ReadSome(in.Get(), buffer, sizeof buffer);
-        if (count == 0)
-            return out.Reset();
-        if (count < 0 || WriteAll(out.Get(), buffer, static_cast<size_t>(count)) < static_cast<size_t>(count))
+        if (count <= 0)
+            return count == 0 && out.Reset();
+        if (WriteAll(out.Get(), buffer, static_cast<size_t>(count)) != static_cast<size_t>(count))
             return false;
     }
 }

@@ -16,15 +16,16 @@
 using qz::common::AllSignalsBlocked;
 using qz::common::FileLogger;
 using std::chrono::steady_clock;
+using namespace std::chrono_literals;
 
 namespace qz::capture {
 
 namespace {
 
 // After the session's end.  The rest of the five seconds is for what follows each: the last lines, the files, the exit.
-constexpr std::chrono::milliseconds LIBRARY_LIMIT{4000};
-constexpr std::chrono::milliseconds EXIT_LIMIT{4700};
-constexpr std::chrono::milliseconds LAST_LINES{500};
+constexpr auto LIBRARY_LIMIT = 4000ms;
+constexpr auto EXIT_LIMIT = 4700ms;
+constexpr auto LAST_LINES = 500ms;
 
 struct State {
     std::mutex lock; // guards the rest; held for ever once the watch gives up, so that main goes no further

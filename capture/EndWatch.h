@@ -26,8 +26,8 @@ public:
     // The session has ended; the process is to end with this status.  The first call counts.
     static void begin(int status);
 
-    // Main goes on to that stage, where it may have to wait for what is named.
-    static void enter(Stage stage, const char* what);
+    // Main goes on to that stage; what of the library it then waits for is named.
+    static void enter(Stage stage, const char* what = "");
 
 private:
     [[noreturn]] static void watch();

@@ -18,6 +18,7 @@ using qz::common::FileLogger;
 using qz::common::LOG_DIR;
 using qz::common::PATH_SEPARATOR;
 using qz::common::Util;
+using namespace std::chrono_literals;
 
 namespace qz::capture {
 
@@ -28,7 +29,7 @@ constexpr int NORMAL_LEVEL = 4;
 constexpr int DEBUG_LEVEL = 6;
 
 // How long an end waits for the lines that are still queued.
-constexpr std::chrono::milliseconds DRAIN_LIMIT{1000};
+constexpr auto DRAIN_LIMIT = 1s;
 
 // How the log is opened: at the start and, when a fault strikes after its end, once more.  Never destroyed.
 struct LogSettings {
@@ -59,7 +60,7 @@ Initializer::Initializer(int argc, char** argv) : m_Arguments(argc, argv), m_Pro
 
 Initializer::~Initializer() {
     Cleanup();
-    EndWatch::enter(EndWatch::Stage::LOG, "the log");
+    EndWatch::enter(EndWatch::Stage::LOG);
     SignalHandler::withLogAtRest(
         [] {
             if (FileLogger* logger = FileLogger::instance()) {
@@ -68,29 +69,26 @@ Initializer::~Initializer() {
             }
         },
         ReopenLog);
-    EndWatch::enter(EndWatch::Stage::EXIT, "the exit");
+    EndWatch::enter(EndWatch::Stage::EXIT);
 }
 
 bool Initializer::Initialize(int /*argc*/, char** /*argv*/) {
-    if (m_Arguments.Stop()) {
+    if (m_Arguments.Stop())
         m_Process.FileKill();
-        return false;
-    }
-    // Before anything in the log directory: a refused second start leaves the running instance's log alone.
-    if (!m_Process.Init(true))
-        return false;
+    else if (m_Process.Init(true)) // first: a refused second start leaves the running instance's log alone
+        m_Initialized = StartLog();
+    return m_Initialized;
+}
 
+bool Initializer::StartLog() {
     logSettings.name = m_Process.Name();
     logSettings.directory = LOG_DIR + PATH_SEPARATOR + "agent";
     Util::MakeDirs(logSettings.directory, LOG_DIRECTORY_MODE); // a failure shows when the file does not open
     logSettings.level = m_Arguments.Debug() ? DEBUG_LEVEL : NORMAL_LEVEL;
-    if (OpenLog()) {
-        m_Initialized = true;
-        return true;
-    }
-    // Despite its words the daemon does not go on without a log.
-    std::cout << " * initialize log failed. not write logs." << std::endl;
-    return m_Initialized;
+    const bool open = OpenLog();
+    if (!open) // despite its words the daemon does not go on without a log
+        std::cout << " * initialize log failed. not write logs." << std::endl;
+    return open;
 }
 
 void Initializer::Cleanup() {
@@ -104,7 +102,7 @@ void Initializer::Release() {
 
 void Initializer::Abandon(int status) {
     FileLogger::instance()->Drain(DRAIN_LIMIT);
-    EndWatch::enter(EndWatch::Stage::EXIT, "the exit");
+    EndWatch::enter(EndWatch::Stage::EXIT);
     Release();
     SignalHandler::yieldToFault();
     _exit(status);

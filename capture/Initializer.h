@@ -36,6 +36,8 @@ public:
     bool Initialized() const { return m_Initialized; }
 
 private:
+    bool StartLog();
+
     Arguments m_Arguments;
     qz::common::Process m_Process;
     bool m_Initialized = false;

@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -26,6 +27,7 @@
 using qz::common::AllSignalsBlocked;
 using qz::common::SignalSet;
 using qz::common::Wake;
+using namespace std::chrono_literals;
 
 namespace qz::capture {
 
@@ -86,8 +88,9 @@ void Tell(int signal) {
     Wake(writeEnd);
 }
 
-void Pause(time_t seconds, long nanoseconds) {
-    timespec rest{seconds, nanoseconds};
+void Pause(std::chrono::nanoseconds duration) {
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(duration);
+    timespec rest{static_cast<time_t>(seconds.count()), static_cast<long>((duration - seconds).count())};
     while (nanosleep(&rest, &rest) == -1 && errno == EINTR) {
     }
 }
@@ -106,7 +109,7 @@ void RunInShell(char* command) {
         return;
     constexpr int ATTEMPTS = 100; // a second
     for (int i = 0; i < ATTEMPTS && waitpid(child, nullptr, WNOHANG) == 0; ++i)
-        Pause(0, 10000000);
+        Pause(10ms);
 }
 
 // Raises the signal in this thread, which has it blocked.
@@ -187,16 +190,18 @@ void SignalHandler::dispatchLoop() {
     for (;;) {
         char waking[4096]; // as much as has come: what counts are the marks
         if (read(readEnd, waking, sizeof waking) < 0)
-            Pause(0, 10000000); // whatever it is, the signals go on
+            Pause(10ms); // whatever it is, the signals go on
         const std::lock_guard<std::mutex> lock(m_DispatchLock);
         dispatchPending();
     }
 }
 
 void SignalHandler::dispatchPending() {
-    for (int number = 0; number < SIGNAL_LIMIT; ++number) {
-        if (pending[number].exchange(false) && (!m_Stopped || IsFault(number)))
+    int number = 0;
+    for (std::atomic<bool>& mark : pending) {
+        if (mark.exchange(false) && (!m_Stopped || IsFault(number)))
             dispatch(number == 0 ? strayNumber.load() : number);
+        ++number;
     }
 }
 
@@ -220,14 +225,14 @@ void SignalHandler::endByFault(int signal) {
     pid_t none = 0;
     if (!faultThread.compare_exchange_strong(none, static_cast<pid_t>(syscall(SYS_gettid)))) {
         for (;;)
-            Pause(60, 0); // the first one ends the process
+            Pause(1min); // the first one ends the process
     }
 
     Tell(signal);
-    Pause(2, 0);
+    Pause(2s);
     Converter::KillRunning();
     kill(getpid(), SIGCONT);
-    char command[32];
+    char command[sizeof "kill -CONT -2147483648"];
     snprintf(command, sizeof command, "kill -CONT %d", static_cast<int>(getpid()));
     RunInShell(command);
 
@@ -256,7 +261,7 @@ void SignalHandler::withLogAtRest(const std::function<void()>& work, void (*reop
 
 void SignalHandler::yieldToFault() {
     while (faultThread != 0)
-        Pause(60, 0);
+        Pause(1min);
 }
 
 void SignalHandler::blockInThisThread() {

@@ -23,14 +23,11 @@ using qz::capture::SignalHandler;
 using qz::common::SignalSet;
 using qz::common::Util;
 using qz::common::VersionType;
+using namespace std::chrono_literals;
 
 namespace {
 
 constexpr const char* RULER = "******************************************************";
-
-void SleepMicroseconds(int count) {
-    std::this_thread::sleep_for(std::chrono::microseconds(count));
-}
 
 // What a parent may have left, and what the system has for it: signals that are blocked or ignored, a file size limit
 // that would end the process instead of failing the write, closed standard descriptors.  Nothing that is opened later,
@@ -77,7 +74,7 @@ int main(int argc, char** argv) {
         return -1;
     }
     SignalHandler::subscribe(engine);
-    SleepMicroseconds(1000);
+    std::this_thread::sleep_for(1ms);
     QZ_LOG(INF, " * TORMEL PLINTA CAPTURE [Ready]");
 
     const int status = engine->Run() > 0 ? 0 : -1;
@@ -88,11 +85,11 @@ int main(int argc, char** argv) {
         engine->Stop();
         deleted = Delete(engine);
         QZ_LOG(INF, "TORMEL PLINTA CAPTURE [Terminated]");
-        SleepMicroseconds(300);
+        std::this_thread::sleep_for(300us);
     } else {
         QZ_LOG(INF, "TORMEL PLINTA CAPTURE [Terminated]");
         engine->Stop();
-        SleepMicroseconds(300);
+        std::this_thread::sleep_for(300us);
         deleted = Delete(engine);
     }
     if (!deleted)

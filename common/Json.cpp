@@ -11,7 +11,7 @@ std::string JsonText(const std::string& text) {
     const std::string valid = HelperChar::LinuxWideCharToUTF8(HelperChar::UTF8toLinuxWideChar(text.c_str()).c_str());
     std::string json = "\"";
     for (const char c : valid) {
-        char escaped[8];
+        char escaped[sizeof "\\u0000"];
         if (c == '"' || c == '\\')
             json += std::string("\\") + c;
         else if (static_cast<unsigned char>(c) < 0x20) {

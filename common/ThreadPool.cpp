@@ -8,13 +8,15 @@
 #include "common/SignalMask.h"
 #include "common/Util.h"
 
+using namespace std::chrono_literals;
+
 namespace qz::common {
 
 namespace {
 
 // The enqueuer signals under the queue lock while a worker waits under the wait lock, so a wake-up can be missed; this
 // bounds what that costs.
-constexpr std::chrono::milliseconds IDLE_WAIT{10};
+constexpr auto IDLE_WAIT = 10ms;
 
 constexpr int JOIN_MILLISECONDS = 3000;
 

@@ -17,6 +17,8 @@
 #include "common/FileLogger.h"
 #include "common/Owners.h"
 
+using namespace std::chrono_literals;
+
 namespace qz::common {
 
 namespace {
@@ -112,7 +114,7 @@ bool Util::KillPID(int pid) {
     }
     for (;;) {
         for (int second = 0; second < KILL_AFTER_SECONDS; ++second) {
-            std::this_thread::sleep_for(std::chrono::seconds(1));
+            std::this_thread::sleep_for(1s);
             if (HasGone(pid))
                 return true;
         }
