@@ -16,13 +16,15 @@
 #include "common/PathConstants.h"
 #include "common/ThreadPool.h"
 
+using namespace std::chrono_literals;
+
 namespace qz::common {
 
 namespace {
 
 constexpr int QUEUE_LIMIT = 1000000;
 constexpr int32_t LEAST_FILE_COUNT = 10;
-constexpr std::chrono::microseconds DRAIN_INTERVAL{200};
+constexpr auto DRAIN_INTERVAL = 200us;
 
 // What a burst needs; a longer one makes new lines.  A line that has grown long gives its memory back.
 constexpr size_t SPARE_LIMIT = 16;
@@ -145,14 +147,14 @@ bool FileLogger::CheckLogDate() {
 }
 
 bool FileLogger::CheckLogSize() {
-    if (getFileSize() >= m_MaxFileSize) { // GCOV_EXCL_START: nothing advances the counter
+    if (getFileSize() >= m_MaxFileSize) {
         const std::string path = m_Directory + PATH_SEPARATOR + m_Name;
         m_Descriptor.Reset();
         rename(path.c_str(), (path + "." + GetLogTime()).c_str());
         OpenForAppending(path);
         if (m_Descriptor.Valid())
             CheckLogCount();
-    } // GCOV_EXCL_STOP
+    }
     return m_Descriptor.Valid();
 }
 
@@ -295,7 +297,7 @@ LogLine::~LogLine() {
         return; // half a message is none
     // Past the stream's formatting state, so that the message's manipulators change nothing here.  A stream that a
     // piece has failed (a null text) drops what follows, but the next line still begins on a line of its own.
-    char suffix[32];
+    char suffix[sizeof " [L:-2147483648]\n"];
     const int length = m_Line->good() ? snprintf(suffix, sizeof suffix, " [L:%d]\n", m_SourceLine)
                                       : snprintf(suffix, sizeof suffix, "\n");
     m_Line->rdbuf()->sputn(suffix, length);

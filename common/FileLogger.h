@@ -83,7 +83,8 @@ public:
     // line.
     bool CheckLogDate();
 
-    // Rotates by size.  Nothing calls it and nothing advances the size counter: this system rotates by date and count.
+    // Rotates by size; whether a file is open.  Nothing calls it and nothing advances the size counter: this system
+    // rotates by date and count.
     bool CheckLogSize();
 
     // Removes the oldest files above the limit, never fewer than 10 kept, and never the open one, which a clock that
@@ -110,10 +111,14 @@ public:
     // Whether lines go to standard output.
     bool ToConsole() const { return m_Level == CONSOLE_LEVEL || m_Console; }
 
+protected:
+    FileLogger();
+
+    std::atomic<int32_t> m_FileSize{0}; // bytes; for a logger that counts them, as this one does not
+
 private:
     static constexpr int CONSOLE_LEVEL = 8;
 
-    FileLogger();
     void OpenForAppending(const std::string& path);
     void ForgetLostFile();
     void Append(const std::string& text);
@@ -139,7 +144,6 @@ private:
     std::mutex m_SpareLock;  // guards m_Spare
     std::vector<std::unique_ptr<std::ostringstream>> m_Spare; // written lines, emptied
     std::string m_Name;
-    std::atomic<int32_t> m_FileSize{0}; // bytes
     std::string m_CurrentDate;
     std::string m_DateFormat = "%Y%m%d%H";
     std::string m_UserName; // stored, not printed

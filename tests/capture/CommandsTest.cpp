@@ -74,6 +74,20 @@ TEST(Commands, WithoutAPipeTheSessionEndsInOrder) {
     endsInOrder(unwatchable, false);
 }
 
+TEST(Commands, APipeThatCannotBeWatchedAnyMoreEndsTheSession) {
+    RunningSession session;
+    const std::string path = Appliance::Tmp("capture.fifo");
+    Appliance::Command("garbage"); // the task has it open, and looks at it again and again
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code gone;
+        if (std::filesystem::read_symlink(entry, gone) == path)
+            close(std::stoi(entry.path().filename()));
+    }
+    EXPECT_TRUE(session.Ended(5000));
+    EXPECT_EQ(session.log.Count("ERR FIFO select failed"), 1);
+    EXPECT_EQ(ReadFile(Appliance::Tmp("liveview.gif")), ReadFile(Appliance::Tmp("liveview_failed.jpg")));
+}
+
 TEST(Commands, AHangingConverterIsKilledAndTheLastLiveViewStays) {
     RunningSession session;
     const std::string half = Appliance::Tmp("liveview_tmp.gif");

@@ -139,10 +139,12 @@ TEST(Snapshot, TheDecoderInheritsNothing) {
     const UniqueFd theirs(fcntl(0, F_DUPFD, 100)); // as the encoder library's descriptors may be
     RunningSession session;
     // The shell has no descriptor of its own but its script while ls looks.
-    Appliance::ReplaceDecoder("exec > /opt/seen\nls /proc/$$/fd\necho \"$@\"\n"
-                              "sed -nE 's/(Sig[BI][lg][kn]):.*(.{7})$/\\1 \\2/p' /proc/self/status");
+    Appliance::ReplaceDecoder(
+        "led=$(readlink /proc/$$/fd/[0-2])\nexec >/opt/seen\necho \"$led\"\nls /proc/$$/fd\necho \"$@\"\n"
+        "sed -nE 's/(Sig[BI][lg][kn]):.*(.{7})$/\\1 \\2/p' /proc/self/status");
     EXPECT_TRUE(session.Command("capture_run", "INF kt_md_capture success"));
-    const std::string expected = "0\n1\n10\n2\n" // 10: the shell's own, its script
+    const std::string expected = "/dev/null\n/dev/null\n/dev/null\n"
+                                 "0\n1\n10\n2\n" // 10: the shell's own, its script
                                  "-gif -scale 4/8 -outfile /opt/tormel/plinta/var/tmp/liveview_tmp.gif "
                                  "/opt/tormel/plinta/var/tmp/md_capture.jpg\n"
                                  "SigBlk 0000000\nSigIgn 0000000\n"; // 1 to 28
@@ -153,7 +155,7 @@ TEST(CopyFile, OutcomesAndWhatStaysUntouched) {
     Log log;
     const std::string big(300000, 'b');
     WriteFile("/opt/big", big);
-    Shell("cd /opt; printf old >old; touch empty; mkfifo fifo; mkdir full");
+    Shell("cd /opt; printf old >old; touch empty; printf 1 >one; mkfifo fifo; mkdir full");
     const Mount full("/opt/full", "size=64k");
     const std::string done = "INF copy finished: `", failed = "ERR cannot read File";
     // From, to, the line, what is in /opt/old then.
@@ -162,6 +164,7 @@ TEST(CopyFile, OutcomesAndWhatStaysUntouched) {
                                                {"/opt/missing", "/opt/old", "", "old"},
                                                {"/opt", "/opt/old", "", "old"},
                                                {"/opt/big", "/opt/old", done + "/opt/big` to `/opt/old`", big},
+                                               {"/opt/one", "/opt/old", done + "/opt/one` to `/opt/old`", "1"},
                                                {"/opt/empty", "/opt/old", done + "/opt/empty` to `/opt/old`", ""},
                                                {"/opt/fifo", "/opt/new", failed, ""},
                                                {"/opt/big", "/opt/no/such", failed, ""},

@@ -134,8 +134,11 @@ TEST(Encryption, FilesUpToTheLimit) {
                 !Util::SaveToDec("/opt/missing"));
     EXPECT_THROW(Util::SaveToDec("/opt/plain"), std::out_of_range);
 
+    const mode_t mask = umask(0);
     EXPECT_TRUE(Util::SaveFile("/opt/saved", bytes) && ReadFile("/opt/saved") == Text(bytes));
     EXPECT_TRUE(Util::SaveFile("/opt/saved", none) && ReadFile("/opt/saved").empty());
+    Shell("test $(stat -c %a /opt/saved) = 666");
+    umask(mask);
     EXPECT_FALSE(Util::SaveFile("/opt/folder", bytes) || Util::SaveFile("/dev/full", bytes));
 }
 

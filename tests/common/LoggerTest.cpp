@@ -150,9 +150,28 @@ TEST(Logger, KeepsTheTenNewestFilesOfItsOwn) {
     EXPECT_EQ(testing::internal::GetCapturedStdout().find(LogFile()), std::string::npos);
     EXPECT_TRUE(Exists(LogFile()));
     EXPECT_EQ(logger->GetLogFileList(files = {}, 17), 10);
-    EXPECT_TRUE(logger->CheckLogSize());
-    EXPECT_EQ(logger->getFileSize(), 0);
     delete logger;
+}
+
+struct SizedLogger : FileLogger {
+    explicit SizedLogger(int bytes) { m_FileSize = bytes; }
+};
+
+TEST(Logger, RotatesBySizeWhereSomebodyCounts) {
+    std::filesystem::create_directories(DIRECTORY);
+    for (const int kib : {0, 1023, 1024}) {
+        SCOPED_TRACE(kib);
+        WriteFile(DIRECTORY + "/test", "full");
+        WriteFile(DIRECTORY + "/test-20200101.log", "old");
+        SizedLogger logger(kib * 1024 + 1023);
+        EXPECT_TRUE(logger.Initialize(DIRECTORY, "test", 4, "%Y%m%d", false) && logger.CheckLogSize());
+        EXPECT_EQ(logger.getFileSize(), kib);
+        EXPECT_EQ(ReadFile(DIRECTORY + "/test"), kib == 1024 ? "" : "full");
+        EXPECT_EQ(Util::PopenCommand("cat " + DIRECTORY + "/test.2*' '??:??:??.???"), kib == 1024 ? "full" : "");
+    }
+    SizedLogger logger(-1); // of a counter that has run over
+    EXPECT_EQ(logger.getFileSize(), 0);
+    EXPECT_FALSE(logger.CheckLogSize()); // nothing is open
 }
 
 TEST(Logger, ADateChangeOpensTheNewFile) {
