@@ -236,11 +236,8 @@ void SignalHandler::endByFault(int signal) {
     snprintf(command, sizeof command, "kill -CONT %d", static_cast<int>(getpid()));
     RunInShell(command);
 
-    const struct sigaction& saved = m_SigactOrg[signal];
-    if ((saved.sa_flags & SA_SIGINFO) != 0)
-        Raise(signal, saved); // it wants to know more than this handler was told: let the kernel call it
-    else if (saved.sa_handler != SIG_DFL && saved.sa_handler != SIG_IGN)
-        saved.sa_handler(signal);
+    // What was in force before this handler has its say first, as the kernel would call it.
+    Raise(signal, m_SigactOrg[signal]);
     EndByDefault(signal);
 }
 // GCOV_EXCL_STOP

@@ -57,7 +57,7 @@ void FormatTime(char (&out)[TIME_SIZE]) {
 
 std::string LoginName() {
     const passwd* user = getpwuid(getuid());
-    return user && user->pw_name ? user->pw_name : "";
+    return user ? user->pw_name : "";
 }
 
 } // namespace

@@ -44,7 +44,7 @@ std::string Util::FmtUuid(char* bytes, bool compact) {
     const unsigned second = static_cast<unsigned>(b[4]) << 8 | b[5];
     const unsigned third = static_cast<unsigned>(b[6]) << 8 | b[7];
     // Bytes 10 to 15 have never reached the text; the identifiers that the appliance has issued end in zeros.
-    char text[64];
+    char text[sizeof "00000000-0000-0000-0000-000000000000"];
     snprintf(text, sizeof text,
              compact ? "%08X%04X%04X%02X%02X%02X%02X%02X%02X%02X%02X"
                      : "%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X",

@@ -30,6 +30,7 @@ TEST(Events, OnlyTheListedCodesEndTheSessionAndOnlyFromTheirOwnSource) {
         Report(session.capture, source, code);
         EXPECT_TRUE(session.Ended(5000));
         EXPECT_EQ(session.capture.Run(), -1); // once per object
+        EXPECT_EQ(session.log.Messages().back(), "ERR Run was called before.");
     }
     RunningSession session;
     session.log.Forget();

@@ -29,6 +29,7 @@ TEST(Buffer, EachOperationInTurn) {
         {"assign", [](auto& b) { return b.Assign("longer", 6); }, "longer", 2051},
         {"grow", [&](auto& b) { return b.Append(big.data(), 5000); }, "longer" + big, 7054},
         {"cut again", [](auto& b) { return b.Resize(6) && b.Append(nullptr, 0); }, "longer", 7054},
+        {"nothing", [](auto& b) { return b.Assign(nullptr, 0) && b.Assign("longer", 6); }, "longer", 7054},
         {"its own tail", [](auto& b) { return b.Assign(b.Data() + 4, 2); }, "er", 7054},
         {"tight", [](auto& b) { return b.Allocate(3) && b.Assign("xy", 2); }, "xy", 3},
         {"its own end", [](auto& b) { return b.Append(b.Data(), 2); }, "xyxy", 4 + 2048},
@@ -99,6 +100,9 @@ TEST(Encryption, KeysIVsAndRefusals) {
         EXPECT_EQ(Util::ToHex(reinterpret_cast<unsigned char*>(out.Data()), out.Length()), expected);
         EXPECT_TRUE(decrypt.CbcDecrypt(out.Data(), 16, out) && Text(out) == "secret");
     }
+    const std::string longer(40, 'l'); // than a block
+    EXPECT_TRUE(encrypt.CbcEncrypt(longer.data(), 40, out) && out.Length() == 48);
+    EXPECT_TRUE(decrypt.CbcDecrypt(out.Data(), 48, out) && Text(out) == longer);
     EXPECT_FALSE(encrypt.CbcEncrypt("x", 0, out) || encrypt.CbcEncrypt(nullptr, 5, out) ||
                  encrypt.CbcEncrypt("x", UINT32_MAX, out) || decrypt.CbcDecrypt("0123456789abcdefg", 17, out) ||
                  decrypt.CbcDecrypt("", 0, out) || encrypt.CbcEncrypt(out.Data() + 1, 5, out));

@@ -181,6 +181,7 @@ TEST(Logger, ADateChangeOpensTheNewFile) {
     for (const char* text : {"first", "second"}) {
         Talker::Say(text);
         logger->Drain(std::chrono::seconds(10));
+        EXPECT_EQ(Util::PopenCommand("ls -l /proc/$PPID/fd | grep -c " + DIRECTORY), "0\n"); // open to write only
         std::this_thread::sleep_for(std::chrono::milliseconds(1001));
     }
     EXPECT_EQ(Util::PopenListCommand("grep -lE '(first|second) .L:' " + DIRECTORY + "/*").size(), 2U);

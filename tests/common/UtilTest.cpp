@@ -22,8 +22,8 @@ TEST(Commands, LinesAsTheyAre) {
 }
 
 TEST(Text, TrimSplitReplaceAndUrls) {
-    std::string text = " \t a b \n", blank = " \n\t ";
-    EXPECT_EQ(Util::Trim(text) + Util::Trim(blank), "a b");
+    std::string text = " \t a b \n", blank = " \n\t ", tight = "c";
+    EXPECT_EQ(Util::Trim(text) + Util::Trim(blank) + Util::Trim(tight), "a bc");
     EXPECT_EQ(text, "a b");
     Texts pieces;
     Util::StringSplit("a::b::", "::", pieces);
