@@ -61,6 +61,13 @@ size_t ReadAll(int fd, char* data, size_t size) {
     return done;
 }
 
+std::string ReadText(const std::string& path, size_t limit) {
+    const UniqueFd file = OpenRegularForReading(path.c_str());
+    std::string text(limit, '\0');
+    text.resize(file.Valid() ? ReadAll(file.Get(), &text[0], limit) : 0);
+    return text;
+}
+
 size_t WriteAll(int fd, const char* data, size_t size) {
     size_t done = 0;
     while (done != size) {

@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <string>
 
 #include "common/Owners.h"
 
@@ -37,6 +38,9 @@ ssize_t ReadSome(int fd, char* data, size_t size);
 
 // How many bytes were read: as many as were asked for, or fewer before the end or an error.
 size_t ReadAll(int fd, char* data, size_t size);
+
+// The beginning of a regular file, at most that many bytes; empty when there is none.
+std::string ReadText(const std::string& path, size_t limit = 4096);
 
 // How many of the bytes were written: all of them, or fewer before an error.
 size_t WriteAll(int fd, const char* data, size_t size);

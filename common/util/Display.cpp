@@ -1,11 +1,10 @@
 // The desktop user's X display.  Tested in tests/common/LibraryTestDisplay.cpp.
 #include "common/Util.h"
 
-#include <cstdio>
 #include <cstdlib>
 
+#include "common/FileAccess.h"
 #include "common/FileLogger.h"
-#include "common/Owners.h"
 
 namespace qz::common {
 
@@ -59,11 +58,7 @@ std::string Util::GetProcessXauth() {
 }
 
 std::string Util::GetDefaultXAuthPath() {
-    const FilePtr file(fopen("/etc/X11/default-display-manager", "re"));
-    std::string text;
-    char piece[256];
-    for (size_t count; file && (count = fread(piece, 1, sizeof piece, file.get())) > 0;)
-        text.append(piece, count);
+    const std::string text = ReadText("/etc/X11/default-display-manager");
     return text.find("lightdm") != std::string::npos ? "/var/lib/lightdm/.Xauthority" : "/var/gdm/:0.Xauth";
 }
 

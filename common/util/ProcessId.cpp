@@ -34,12 +34,12 @@ std::string ProcessDirectory(int pid) {
 
 // Whether the process has ended and only waits for its parent to ask.
 bool IsZombie(int pid) {
-    const FilePtr file(fopen((ProcessDirectory(pid) + "/stat").c_str(), "re"));
-    char line[512] = {};
-    if (!file || !fgets(line, sizeof line, file.get()))
+    const std::string stat = ReadText(ProcessDirectory(pid) + "/stat");
+    const size_t name = stat.rfind(')'); // a process name may itself hold blanks and brackets
+    if (name == std::string::npos)
         return false;
-    const char* name = strrchr(line, ')'); // a process name may itself hold blanks and brackets
-    return name && strncmp(name, ") ", 2) == 0 && (name[2] == 'Z' || name[2] == 'X');
+    const std::string state = stat.substr(name, 3);
+    return state == ") Z" || state == ") X";
 }
 
 bool HasGone(int pid) {
@@ -94,13 +94,7 @@ bool Util::AlivePID(int pid, std::string name) {
         return false;
     if (name.empty())
         return true;
-    const FilePtr file(fopen((ProcessDirectory(pid) + "/comm").c_str(), "re"));
-    if (!file)
-        return false;
-    std::string text;
-    char line[256];
-    while (fgets(line, sizeof line, file.get()))
-        text += line;
+    std::string text = ReadText(ProcessDirectory(pid) + "/comm");
     name = Trim(name).substr(0, COMM_LENGTH);
     return Trim(text) == Trim(name);
 }

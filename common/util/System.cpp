@@ -8,6 +8,7 @@
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "common/Constants.h"
 #include "common/FileAccess.h"
@@ -17,6 +18,8 @@
 namespace qz::common {
 
 namespace {
+
+constexpr std::string_view LINE_ENDS("\n\0", 2); // a zero byte ends a line as well
 
 constexpr const char* OWN_DESCRIPTORS = "/proc/self/fd";
 
@@ -38,12 +41,8 @@ std::string Util::GetTimeStr() {
 }
 
 std::string Util::GetVersion(VersionType type) {
-    const UniqueFd file = OpenRegularForReading(VERSION_FILE_PATH.c_str());
-    char buffer[257] = {};
-    if (!file.Valid() || read(file.Get(), buffer, sizeof buffer - 1) <= 0)
-        return "";
-    std::string line = buffer; // up to the first zero byte
-    line.erase(std::min(line.find('\n'), line.size()));
+    std::string line = ReadText(VERSION_FILE_PATH, 256);
+    line.erase(std::min(line.find_first_of(LINE_ENDS), line.size()));
     if (Trim(line).empty())
         return "";
 
