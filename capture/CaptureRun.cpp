@@ -17,6 +17,8 @@ namespace qz::capture {
 
 namespace {
 
+constexpr int NO_SESSION = -1; // the result of a run that did not come about
+
 // After the session's end: then a decoder that is still running is killed.
 constexpr auto CONVERTER_GRACE = 2s;
 
@@ -25,24 +27,24 @@ constexpr auto CONVERTER_GRACE = 2s;
 int Capture::Run() {
     if (m_WasRun.exchange(true)) {
         QZ_LOG(ERR, "Run was called before.");
-        return -1;
+        return NO_SESSION;
     }
     if (!Util::PopenCommand("pidof " + CONTROL_PROCESS_NAME).empty()) {
         QZ_LOG(ERR, "kt_control is running.");
         EndSession();
-        return -1;
+        return NO_SESSION;
     }
     if (!Initialize()) {
         QZ_LOG(ERR, "Initialize failed");
         PublishFailurePicture();
         EndSession();
-        return -1;
+        return NO_SESSION;
     }
     m_Running = true;
     if (!StartCommandTask()) { // GCOV_EXCL_START: scripts/sweep.sh lets it fail, here and below
         QZ_LOG(ERR, "command pipe task failed");
         EndSession();
-        return -1;
+        return NO_SESSION;
     } // GCOV_EXCL_STOP
     QZ_LOG(INF, "Initialize succeed");
 

@@ -43,11 +43,11 @@ UniqueFd OpenRegularForWriting(const char* path, int flags) {
 }
 
 ssize_t ReadSome(int fd, char* data, size_t size) {
-    ssize_t count = 0;
-    do {
-        count = read(fd, data, size);
-    } while (count < 0 && errno == EINTR);
-    return count;
+    for (;;) {
+        const ssize_t count = read(fd, data, size);
+        if (count >= 0 || errno != EINTR)
+            return count;
+    }
 }
 
 size_t ReadAll(int fd, char* data, size_t size) {

@@ -114,7 +114,9 @@ public:
 protected:
     FileLogger();
 
-    std::atomic<int32_t> m_FileSize{0}; // bytes; for a logger that counts them, as this one does not
+    // For a logger that counts its bytes and keeps another number of files, as this one does not.
+    std::atomic<int32_t> m_FileSize{0}; // bytes
+    int32_t m_MaxFileCount = 10;
 
 private:
     static constexpr int CONSOLE_LEVEL = 8;
@@ -130,7 +132,6 @@ private:
 
     int32_t m_MaxFileSize = 1024;                // KiB
     [[maybe_unused]] int32_t m_SecondLimit = 24; // read by no operation
-    int32_t m_MaxFileCount = 10;
     std::atomic<int32_t> m_Level{1};
     bool m_Console = false;
     bool m_CloseAfterWrite = false;

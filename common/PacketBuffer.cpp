@@ -101,7 +101,7 @@ bool PacketBuffer::SetLength(int length) {
 }
 
 bool PacketBuffer::Assign(const char* bytes, int count) {
-    if (count < 0 || count >= LIMIT || (!bytes && count > 0))
+    if (count < 0 || count > LIMIT || (!bytes && count > 0))
         return false;
     PacketBuffer own;
     if (!Detach(bytes, count, own) || !Resize(count + 1))

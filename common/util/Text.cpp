@@ -2,6 +2,7 @@
 #include "common/Util.h"
 
 #include <cctype>
+#include <cstdint>
 #include <cstdio>
 
 #include "common/PathConstants.h"
@@ -87,7 +88,7 @@ void Util::Dump(const char* data, int length, std::string& out) {
     out = "\n * Total Length:" + std::to_string(length) + "\n";
     if (!data)
         return;
-    for (int offset = 0; offset < length; offset += PER_LINE) {
+    for (int64_t offset = 0; offset < length; offset += PER_LINE) {
         char field[16];
         snprintf(field, sizeof field, "0x%04X  ", static_cast<unsigned>(offset));
         std::string hex = field;
@@ -108,8 +109,6 @@ void Util::Dump(const char* data, int length, std::string& out) {
             characters += byte < 0x80 && std::isprint(byte) ? static_cast<char>(byte) : '.';
         }
         out += hex + " | " + characters + "\n";
-        if (length - offset <= PER_LINE)
-            break; // offset + PER_LINE may not fit an int
     }
 }
 
