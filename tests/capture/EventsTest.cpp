@@ -64,6 +64,10 @@ TEST(Events, NullUsersUnknownCodesAndNoSession) {
     EXPECT_FALSE(Capture::onXEncSysEvent(3, 0, nullptr) || Capture::onXEncMdEvent(12, 0, nullptr) ||
                  Capture::onXEncMdState(4, 0, nullptr));
     EXPECT_TRUE(Capture::onXEncNal(nullptr, -1, 0, nullptr) && Capture::onXEncAudio(nullptr, -1, nullptr));
+    std::string states;
+    for (int state = -1; state <= 5; ++state)
+        states += Capture::CovertStrState(static_cast<H264EncState>(state)) + " ";
+    EXPECT_EQ(states, "UNKNOWN STATE_ZERO STATE_INIT STATE_SETUP STATE_SETUP_VENC STATE_ENCODING UNKNOWN ");
     Capture::onXEncLog(9, nullptr);
     Capture::onXEncLog(4, "dropped");
     Capture::onXEncLog(5, "kept");

@@ -167,6 +167,7 @@ TEST(CopyFile, OutcomesAndWhatStaysUntouched) {
                                                {"/opt/one", "/opt/old", done + "/opt/one` to `/opt/old`", "1"},
                                                {"/opt/empty", "/opt/old", done + "/opt/empty` to `/opt/old`", ""},
                                                {"/opt/fifo", "/opt/new", failed, ""},
+                                               {"/proc/self/mem", "/opt/new", failed, ""},
                                                {"/opt/big", "/opt/no/such", failed, ""},
                                                {"/opt/big", "/opt/full/copy", failed, ""}};
     for (const auto& [from, to, line, content] : rows) {

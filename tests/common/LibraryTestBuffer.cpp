@@ -66,7 +66,7 @@ TEST(Buffer, CopiesAreDeepAndEndWithAZero) {
         EXPECT_TRUE(Text(copy) == "abc" && copy.Data()[3] == 0 && copy.Capacity() == 100);
     EXPECT_TRUE(original.Allocate(2) && original.SetLength(2)); // without room for one
     EXPECT_EQ(PacketBuffer(original).Capacity(), 3);
-    EXPECT_EQ(PacketBuffer(8).Capacity(), 8);
+    EXPECT_EQ(PacketBuffer(8).Capacity() + PacketBuffer().Capacity(), 8);
     EXPECT_EQ((assigned = PacketBuffer(50)).Capacity(), 0);
 }
 
@@ -144,6 +144,8 @@ TEST(Encryption, FilesUpToTheLimit) {
     Shell("test $(stat -c %a /opt/saved) = 666");
     umask(mask);
     EXPECT_FALSE(Util::SaveFile("/opt/folder", bytes) || Util::SaveFile("/dev/full", bytes));
+    EXPECT_TRUE(none.Allocate(65536) && none.SetLength(65536));
+    EXPECT_FALSE(Util::SaveFile("/opt/small/much", none));
 }
 
 } // namespace

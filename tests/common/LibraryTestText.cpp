@@ -28,7 +28,8 @@ TEST(Digests, AgreeWithTheSystemsPrograms) {
             EXPECT_EQ(Util::ToHex(digest, length), expected);
             EXPECT_TRUE(hashFile("/opt/data", hex) && hex == expected) << program << size;
         }
-        for (const char* path : {"/opt/missing", "/opt", "/dev/zero", "/opt/fifo"})
+        // The last one is a regular file whose reading fails.
+        for (const char* path : {"/opt/missing", "/opt", "/dev/zero", "/opt/fifo", "/proc/self/mem"})
             EXPECT_TRUE(!hashFile(path, hex = "old") && hex.empty()) << path;
         EXPECT_TRUE(hashFile(hex = "/opt/data", hex)); // over its own path
         EXPECT_EQ(hash(nullptr, 1, digest) + Util::ToHex(nullptr, 5), "");
@@ -125,15 +126,17 @@ TEST(Characters, TheLocaleDecides) {
 TEST(Platform, TimesAndWidths) {
     EXPECT_EQ(HelperPlatfrom::WinFileTimeToUnixTime(132223104000000000), 1577836800); // 2020-01-01
     EXPECT_EQ(HelperPlatfrom::UnixTimeToWinFileTime(1577836800), 132223104000000000);
-    EXPECT_EQ(HelperPlatfrom::WinFileTimeToUnixTime(-5) + HelperPlatfrom::UnixTimeToWinFileTime(0), 0);
+    EXPECT_EQ(HelperPlatfrom::WinFileTimeToUnixTime(1), 1240428288); // before 1970, which 32 bits cannot say
+    EXPECT_EQ(HelperPlatfrom::UnixTimeToWinFileTime(1), 116444736010000000);
+    EXPECT_EQ(HelperPlatfrom::WinFileTimeToUnixTime(0) + HelperPlatfrom::UnixTimeToWinFileTime(0), 0);
     const wchar_t wide[] = {0x12345678, 0x9ABC};
-    short narrow[2] = {1, 1};
+    short narrow[3] = {1, 1, 1};
     EXPECT_TRUE(HelperPlatfrom::UnixToWinWcharBytes(wide, 2, narrow));
-    EXPECT_TRUE(HelperPlatfrom::UnixToWinWcharBytes(wide, -1, narrow));
+    EXPECT_TRUE(HelperPlatfrom::UnixToWinWcharBytes(wide, -1, narrow) && narrow[2] == 1);
     EXPECT_FALSE(HelperPlatfrom::UnixToWinWcharBytes(nullptr, 0, narrow));
-    wchar_t back[] = {0x11111111, 0x22222222};
+    wchar_t back[] = {0x11111111, 0x22222222, 0x33333333};
     EXPECT_EQ(HelperPlatfrom::WinToUnixWcharBytes(narrow, 2, back), back);
-    EXPECT_EQ(std::wstring(back, 2), std::wstring(L"\x11115678\x22229ABC")); // the upper two bytes stay
+    EXPECT_EQ(std::wstring(back, 3), std::wstring(L"\x11115678\x22229ABC\x33333333")); // the upper two bytes stay
     EXPECT_EQ(HelperPlatfrom::WinToUnixWcharBytes(narrow, 1, back), back);
     EXPECT_EQ(HelperPlatfrom::WinToUnixWcharBytes(narrow, 0, back), narrow);
     EXPECT_EQ(HelperPlatfrom::WinToUnixWcharBytes(narrow, 1, nullptr), nullptr);

@@ -90,6 +90,10 @@ TEST(Logger, LineFormat) {
 }
 
 TEST(Logger, TheStatementIsOneExpressionAndLeavesNothingBehind) {
+    int evaluated = 0;
+    QZ_LOG(ERR, ++evaluated); // before there is a log
+    { const Log early(4); }
+    QZ_LOG(ERR, ++evaluated); // and after it
     Log log(4);
     const int line = 1, tag = 2, logger = 3;
     const int number = __LINE__ + 4;
@@ -99,7 +103,6 @@ TEST(Logger, TheStatementIsOneExpressionAndLeavesNothingBehind) {
         QZ_LOG(INF, line << tag << logger << std::setw(9) << std::setfill('*') << std::hex << 255 << std::setw(20));
     QZ_LOG(INF, "failed" << static_cast<const char*>(nullptr) << "dropped");
     QZ_LOG(INF, "next");
-    int evaluated = 0;
     QZ_LOG(DBG, ++evaluated);
     EXPECT_EQ(evaluated, 0);
     EXPECT_THROW(QZ_LOG(INF, "half a line " << std::string().at(1)), std::out_of_range);
@@ -126,6 +129,13 @@ TEST(Logger, Thresholds) {
     }
 }
 
+struct SizedLogger : FileLogger {
+    explicit SizedLogger(int bytes, int files = 10) {
+        m_FileSize = bytes;
+        m_MaxFileCount = files;
+    }
+};
+
 TEST(Logger, KeepsTheTenNewestFilesOfItsOwn) {
     std::filesystem::create_directories(DIRECTORY + "/test-20190101.log");
     const Texts others = {"test-2020010112.log", "other-20200101.log", "test-20200101.txt"};
@@ -133,7 +143,7 @@ TEST(Logger, KeepsTheTenNewestFilesOfItsOwn) {
         WriteFile(DIRECTORY + "/" + other, "kept");
     for (int day = 10; day < 21; ++day)
         WriteFile(DIRECTORY + "/test-202001" + std::to_string(day) + ".log", "old");
-    FileLogger* logger = FileLogger::instance();
+    FileLogger* logger = new SizedLogger(0, 9); // less than ten is not to be had
     testing::internal::CaptureStdout();
     EXPECT_TRUE(logger->Initialize(DIRECTORY, "test", 6, "%Y%m%d", false));
     const std::string removed = "unlink file : " + DIRECTORY + "/test-202001";
@@ -152,10 +162,6 @@ TEST(Logger, KeepsTheTenNewestFilesOfItsOwn) {
     EXPECT_EQ(logger->GetLogFileList(files = {}, 17), 10);
     delete logger;
 }
-
-struct SizedLogger : FileLogger {
-    explicit SizedLogger(int bytes) { m_FileSize = bytes; }
-};
 
 TEST(Logger, RotatesBySizeWhereSomebodyCounts) {
     std::filesystem::create_directories(DIRECTORY);
@@ -247,6 +253,7 @@ TEST(Logger, ManyThreadsLoseNoLineAndKeepTheirOrder) {
     });
     // Opened once more, it keeps what is queued.
     EXPECT_TRUE(FileLogger::instance()->Initialize(DIRECTORY, "test", 6, "%Y%m%d", false));
+    EXPECT_EQ(Util::PopenCommand("ls -l /proc/$PPID/fd | grep -c " + DIRECTORY), "1\n"); // one for all
     int next[4] = {};
     for (const std::string& message : log.Messages())
         EXPECT_EQ(message.substr(6), std::to_string(next[message[4] - '0']++));

@@ -51,6 +51,9 @@ TEST(Process, OneOwnerAtATimeAndNothingLeftBehind) {
         EXPECT_EQ(fcntl(Util::FileLock("/opt/lock"), F_GETFD), FD_CLOEXEC);
     }
     EXPECT_FALSE(Exists(LOCK) || Exists(PID));
+    const Mount small("/opt", "size=4k");
+    WriteFile("/opt/fill", std::string(4096, 'x'));
+    EXPECT_EQ(Util::LogPID("/opt/pid"), -1); // of a full disk
     mkdir(PID.c_str(), 0755);
     EXPECT_FALSE(Process("thing").Init(true)); // and lets go of the lock
     rmdir(PID.c_str());

@@ -1,6 +1,7 @@
 // Texts, commands, files and system queries.
 #include "common/Util.h"
 #include "common/Constants.h"
+#include "common/FileAccess.h"
 #include "tests/support/Support.h"
 
 using namespace qz::common;
@@ -19,6 +20,28 @@ TEST(Commands, LinesAsTheyAre) {
     sysv_signal(SIGALRM, [](int) {});
     ualarm(100000, 0);
     EXPECT_EQ(Util::PopenCommand("printf o; sleep 0.2; echo ne"), "one\n");
+}
+
+TEST(Files, AreReadAndWrittenWhole) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    sysv_signal(SIGALRM, [](int) {}); // interrupts the reading
+    ualarm(20000, 0);
+    std::thread writer([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        EXPECT_EQ(WriteAll(ends[1], "abc", 3), 3U);
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_EQ(write(ends[1], "de", 2), 2);
+        close(ends[1]);
+    });
+    char read[8] = {};
+    EXPECT_EQ(ReadSome(ends[0], read, 2), 2);
+    EXPECT_EQ(ReadAll(ends[0], read + 2, 2), 2U);
+    EXPECT_EQ(ReadAll(ends[0], read + 4, 4), 1U);
+    EXPECT_STREQ(read, "abcde");
+    writer.join();
+    WriteFile("/opt/text", "0123456789");
+    EXPECT_EQ(Joined({ReadText("/opt/text"), ReadText("/opt/text", 3), ReadText("/opt/none")}), "0123456789; 012; ");
 }
 
 TEST(Text, TrimSplitReplaceAndUrls) {
@@ -46,6 +69,8 @@ TEST(Text, TrimSplitReplaceAndUrls) {
     EXPECT_EQ(text, "\n * Total Length:18\n"
                     "0x0000   30 31 32 33 34 35 36 37  38 39 61 62 63 64 65 66  |  01234567 89abcdef\n"
                     "0x0010   80 01                                             |  ..\n");
+    Util::Dump(data.data(), 16, text);
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 3); // one line of bytes
     Util::Dump(nullptr, -3, text);
     EXPECT_EQ(text, "\n * Total Length:-3\n");
 }

@@ -46,6 +46,7 @@ TEST(Daemon, APictureGoesInAndALiveViewComesOut) {
     Appliance::Command("capture_end");
     ExpectOrderlyEnd(daemon);
     EXPECT_EQ(daemon.Output(), "");
+    Shell("test $(stat -c %a /var/log/tormel/agent) = 755");
     Texts expected = {"INF " + std::string(54, '*'), "INF *      TORMEL PLINTA CAPTURE v1.2.3.07     *"};
     for (const int number : {15, 2, 11, 6, 4, 8, 3, 9, 20, 1, 10, 14})
         expected.push_back("INF  * handler registered. SetupSignal (" + std::string(strsignal(number)) + ":" +
