@@ -247,7 +247,6 @@ std::unique_ptr<std::ostringstream> FileLogger::NewLine() {
 void FileLogger::OpenForAppending(const std::string& path) {
     m_Descriptor = OpenRegularForWriting(path.c_str(), O_APPEND);
     m_Opened = FileIdentity::Of(m_Descriptor.Get());
-    m_CutShort = false;
 }
 
 // A file that was removed, with its directory or alone, would swallow every line until the date changes.  And a
@@ -263,18 +262,13 @@ void FileLogger::ForgetLostFile() {
         m_Descriptor.Reset();
 }
 
-// A line that cannot be written (full disk) is lost, and the next one is tried afresh.  What was written of it is taken
-// back; where even that fails, the next line begins with a line end.
+// A line that cannot be written (full disk) is lost: what was written of it is taken back, and the next one is tried
+// afresh.
 void FileLogger::Append(const std::string& text) {
-    if (m_CutShort && WriteAll(m_Descriptor.Get(), "\n", 1) == 0)
-        return;
-    m_CutShort = false;
     const size_t written = WriteAll(m_Descriptor.Get(), text.data(), text.size());
-    if (written == 0 || written == text.size())
-        return;
     struct stat status {};
-    m_CutShort = fstat(m_Descriptor.Get(), &status) != 0 ||
-                 ftruncate(m_Descriptor.Get(), status.st_size - static_cast<off_t>(written)) != 0;
+    if (written != text.size() && fstat(m_Descriptor.Get(), &status) == 0)
+        (void)!ftruncate(m_Descriptor.Get(), status.st_size - static_cast<off_t>(written));
 }
 
 void FileLogger::KeepLine(std::unique_ptr<std::ostringstream> line) {

@@ -141,7 +141,6 @@ private:
     // Unbuffered, a write per line: a line that could not be written leaves nothing behind for the next one.
     UniqueFd m_Descriptor;
     FileIdentity m_Opened;   // what m_Descriptor was opened as
-    bool m_CutShort = false; // the file's last line could neither be finished nor taken back
     std::mutex m_SpareLock;  // guards m_Spare
     std::vector<std::unique_ptr<std::ostringstream>> m_Spare; // written lines, emptied
     std::string m_Name;

@@ -2,6 +2,8 @@
 #include "common/HelperChar.h"
 
 #include <cstdint>
+#include <cstdlib>
+#include <cstring>
 #include <cwchar>
 
 namespace qz::common {
@@ -10,6 +12,8 @@ namespace {
 
 constexpr uint32_t REPLACEMENT = 0xFFFD;
 constexpr uint32_t LAST_CODE_POINT = 0x10FFFF;
+constexpr auto INVALID =
+    static_cast<size_t>(-1); // what the C library's conversions return for what they cannot convert
 
 bool IsHighSurrogate(uint32_t c) {
     return c >= 0xD800 && c <= 0xDBFF;
@@ -122,30 +126,20 @@ int HelperChar::UTF8toWinWideChar(const char* text, char16_t* out) {
 std::wstring HelperChar::MbstrToWstr(const char* text) {
     if (!text)
         return L"";
-    const char* source = text;
+    std::wstring out(strlen(text), L'\0'); // no byte makes more than one character
     mbstate_t state{};
-    const size_t length = mbsrtowcs(nullptr, &source, 0, &state);
-    if (length == static_cast<size_t>(-1))
-        return L"";
-    std::wstring out(length, L'\0');
-    source = text;
-    state = {};
-    mbsrtowcs(&out[0], &source, length, &state);
+    const size_t length = mbsrtowcs(&out[0], &text, out.size(), &state);
+    out.resize(length == INVALID ? 0 : length);
     return out;
 }
 
 std::string HelperChar::WcstrToStr(const wchar_t* text) {
     if (!text)
         return "";
-    const wchar_t* source = text;
+    std::string out(wcslen(text) * MB_CUR_MAX, '\0');
     mbstate_t state{};
-    const size_t length = wcsrtombs(nullptr, &source, 0, &state);
-    if (length == static_cast<size_t>(-1))
-        return "";
-    std::string out(length, '\0');
-    source = text;
-    state = {};
-    wcsrtombs(&out[0], &source, length, &state);
+    const size_t length = wcsrtombs(&out[0], &text, out.size(), &state);
+    out.resize(length == INVALID ? 0 : length);
     return out;
 }
 

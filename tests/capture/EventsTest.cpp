@@ -27,6 +27,7 @@ TEST(Events, OnlyTheListedCodesEndTheSessionAndOnlyFromTheirOwnSource) {
     for (const auto& [source, code] : ends) {
         SCOPED_TRACE(source + std::to_string(code));
         RunningSession session;
+        EXPECT_FALSE(session.capture.Initialize()); // not beside one that runs
         Report(session.capture, source, code);
         EXPECT_TRUE(session.Ended(5000));
         EXPECT_EQ(session.capture.Run(), -1); // once per object

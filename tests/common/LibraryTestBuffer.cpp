@@ -67,6 +67,8 @@ TEST(Buffer, CopiesAreDeepAndEndWithAZero) {
     EXPECT_TRUE(original.Allocate(2) && original.SetLength(2)); // without room for one
     EXPECT_EQ(PacketBuffer(original).Capacity(), 3);
     EXPECT_EQ(PacketBuffer(8).Capacity() + PacketBuffer().Capacity(), 8);
+    EXPECT_EQ(Text(PacketBuffer(PacketBuffer(1, "x", 1))) + Text(PacketBuffer(1)), "x");
+    EXPECT_EQ(PacketBuffer(1).Capacity(), 1);
     EXPECT_EQ((assigned = PacketBuffer(50)).Capacity(), 0);
 }
 
