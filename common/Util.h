@@ -9,19 +9,20 @@ namespace qz::common {
 
 class PacketBuffer;
 
+// By number from 0.
 enum class FileObjectType : int {
-    REGULAR = 0,
-    DIRECTORY = 1,
-    SYMBOLIC_LINK = 2,
-    CHARACTER_DEVICE = 3,
-    BLOCK_DEVICE = 4,
-    FIFO = 5,
-    SOCKET = 6,
-    OTHER = 7
+    REGULAR,
+    DIRECTORY,
+    SYMBOLIC_LINK,
+    CHARACTER_DEVICE,
+    BLOCK_DEVICE,
+    FIFO,
+    SOCKET,
+    OTHER
 };
 
-// Which half of the four-character build field GetVersion keeps.
-enum class VersionType : int { BUILD_SECOND_HALF = 0, BUILD_FIRST_HALF = 1 };
+// Which half of the four-character build field GetVersion keeps; by number from 0.
+enum class VersionType : int { BUILD_SECOND_HALF, BUILD_FIRST_HALF };
 
 // The appliance's static helpers, one source file per topic in common/util.
 //
