@@ -20,6 +20,7 @@ TEST(Commands, EachTextDoesWhatItSays) {
         {"", "screenMode", "ERR Invalid screenMode: "},
         {"", "screenModex", "ERR Invalid screenMode: x"},
         {"", "screenMode1", "INF ScreenModeChange success: 1"},
+        {"", "screenMode0", "INF ScreenModeChange success: 0"},
         {"", "capture_run\n", done},
         {"fail kt_md_capture", "capture_run", copied + Appliance::Tmp("liveview.gif") + "`"}};
     for (const auto& [control, command, line] : rows) {

@@ -137,10 +137,11 @@ TEST(Daemon, SignalsEndItOrDoNotAndFaultsKeepTheirStatusAlsoWithoutStandardInput
     for (const int ending : {SIGTERM, SIGQUIT, SIGUSR1, SIGSEGV, SIGABRT, SIGILL, SIGFPE}) {
         const std::string name = strsignal(ending);
         SCOPED_TRACE(name);
-        // The parent's: a blocked signal, and a closed descriptor, where nothing of the daemon's own may land.
-        ReadyDaemon daemon("--debug <&-", "--block-signal=TERM");
-        const std::string input = "/proc/" + std::to_string(daemon.Pid()) + "/fd/0";
-        EXPECT_EQ(std::filesystem::read_symlink(input), "/dev/null");
+        // The parent's: a blocked signal, and closed descriptors, where nothing of the daemon's own may land.
+        ReadyDaemon daemon("--debug", "--block-signal=TERM sh -c 'exec \"$0\" \"$@\" <&- >&- 2>&-'");
+        for (const char* standard : {"0", "1", "2"})
+            EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(daemon.Pid()) + "/fd/" + standard),
+                      "/dev/null");
         for (const int harmless : {SIGINT, SIGHUP, SIGALRM, SIGTSTP, SIGPIPE})
             kill(daemon.Pid(), harmless);
         EXPECT_TRUE(daemon.Logs("INF  Receives signal(Stopped:20). "));
