@@ -140,8 +140,8 @@ private:
     std::mutex m_FileLock; // guards the settings above and the file and its date below
     // Unbuffered, a write per line: a line that could not be written leaves nothing behind for the next one.
     UniqueFd m_Descriptor;
-    FileIdentity m_Opened;   // what m_Descriptor was opened as
-    std::mutex m_SpareLock;  // guards m_Spare
+    FileIdentity m_Opened;                                    // what m_Descriptor was opened as
+    std::mutex m_SpareLock;                                   // guards m_Spare
     std::vector<std::unique_ptr<std::ostringstream>> m_Spare; // written lines, emptied
     std::string m_Name;
     std::string m_CurrentDate;
