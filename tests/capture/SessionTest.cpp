@@ -82,6 +82,8 @@ TEST(Session, ScreenModeReopensWithTheNewRotation) {
         bench.capture.resetScreenMode(mode);
         EXPECT_EQ(CallsSince(), calls);
         EXPECT_EQ(Joined(bench.log.Messages()), log);
+        EXPECT_TRUE(failing.empty() || !bench.capture.XEncCapture());
+        EXPECT_EQ(bench.log.Count("ERR Capture not initialized"), !failing.empty());
         bench.capture.Stop();
         EXPECT_EQ(CallsSince(), closing);
         EXPECT_EQ(Config::instance()->ScreenMode(), mode);

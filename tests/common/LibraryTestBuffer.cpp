@@ -52,7 +52,9 @@ TEST(Buffer, AbsurdSizesFailAndChangeNothing) {
     EXPECT_FALSE(buffer.Assign("x", LIMIT) || buffer.Append(nullptr, 1)); // no room for the zero byte; no bytes
     EXPECT_STREQ(buffer.Data(), "abc");
     EXPECT_TRUE(buffer.Resize(LIMIT) && !buffer.Append("x", LIMIT - 3) && buffer.SetLength(LIMIT));
-    EXPECT_EQ(PacketBuffer(buffer).Length(), LIMIT); // full to the last byte
+    buffer.Data()[LIMIT - 1] = 'z';
+    const PacketBuffer copy(buffer); // full to the last byte
+    EXPECT_TRUE(copy.Length() == LIMIT && copy.Data()[LIMIT - 1] == 'z');
 }
 
 TEST(Buffer, CopiesAreDeepAndEndWithAZero) {
@@ -68,7 +70,10 @@ TEST(Buffer, CopiesAreDeepAndEndWithAZero) {
     EXPECT_EQ(PacketBuffer(original).Capacity(), 3);
     EXPECT_EQ(PacketBuffer(8).Capacity() + PacketBuffer().Capacity(), 8);
     EXPECT_EQ(Text(PacketBuffer(PacketBuffer(1, "x", 1))) + Text(PacketBuffer(1)), "x");
-    EXPECT_EQ(PacketBuffer(1).Capacity(), 1);
+    PacketBuffer one(1);
+    EXPECT_TRUE(one.Capacity() == 1 && one.SetLength(1));
+    one.Data()[0] = 'x';
+    EXPECT_TRUE(one.Resize(5) && Text(one) == "x");
     EXPECT_EQ((assigned = PacketBuffer(50)).Capacity(), 0);
 }
 

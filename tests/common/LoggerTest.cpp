@@ -183,14 +183,17 @@ TEST(Logger, RotatesBySizeWhereSomebodyCounts) {
 TEST(Logger, ADateChangeOpensTheNewFile) {
     std::filesystem::create_directories(DIRECTORY);
     FileLogger* logger = FileLogger::instance();
-    ASSERT_TRUE(logger->Initialize(DIRECTORY, "test", 6, "%y%H%M%S", true)); // the "date" ends in the second
-    for (const char* text : {"first", "second"}) {
-        Talker::Say(text);
-        logger->Drain(std::chrono::seconds(10));
-        EXPECT_EQ(Util::PopenCommand("ls -l /proc/$PPID/fd | grep -c " + DIRECTORY), "0\n"); // open to write only
-        std::this_thread::sleep_for(std::chrono::milliseconds(1001));
+    for (const bool closing : {true, false}) {
+        ASSERT_TRUE(logger->Initialize(DIRECTORY, "test", 6, "%y%H%M%S", closing)); // the "date" ends in the second
+        for (const char* text : {"first", "second"}) {
+            Talker::Say(text + std::to_string(closing));
+            logger->Drain(std::chrono::seconds(10));
+            EXPECT_EQ(Util::PopenCommand("ls -l /proc/$PPID/fd | grep -c " + DIRECTORY), closing ? "0\n" : "1\n");
+            std::this_thread::sleep_for(std::chrono::milliseconds(1001));
+        }
+        const std::string lines = "(first|second)" + std::to_string(closing);
+        EXPECT_EQ(Util::PopenListCommand("grep -lE '" + lines + " .L:' " + DIRECTORY + "/*").size(), 2U);
     }
-    EXPECT_EQ(Util::PopenListCommand("grep -lE '(first|second) .L:' " + DIRECTORY + "/*").size(), 2U);
     delete logger;
 }
 
@@ -211,13 +214,18 @@ TEST(Logger, LinesComeBackAfterAMissingDirectoryAndAFullDisk) {
     ASSERT_EQ(mkdir(DIRECTORY.c_str(), 0755), 0);
     EXPECT_TRUE(arrives("directory is back"));
     // Its descriptor is closed behind its back, while nothing is being written, and the number means another file.
-    logger->Drain(std::chrono::seconds(10));
-    Util::CloseAllFDsProcess();
-    std::vector<UniqueFd> others;
-    for (int i = 0; i < 5; ++i)
-        others.emplace_back(open("/opt/other", O_WRONLY | O_CREAT, 0600));
-    EXPECT_TRUE(arrives("descriptor is back"));
-    EXPECT_EQ(ReadFile("/opt/other"), "");
+    for (const std::string next : {"line", "initialisation"}) {
+        logger->Drain(std::chrono::seconds(10));
+        Util::CloseAllFDsProcess();
+        std::vector<UniqueFd> others;
+        for (int i = 0; i < 5; ++i)
+            others.emplace_back(open("/opt/other", O_WRONLY | O_CREAT, 0600));
+        EXPECT_TRUE(next == "line" || logger->Initialize(DIRECTORY, "test", 6, "%Y%m%d", false));
+        EXPECT_TRUE(arrives("descriptor is back at the next " + next));
+        EXPECT_EQ(ReadFile("/opt/other"), "");
+        for (const UniqueFd& other : others)
+            EXPECT_NE(fcntl(other.Get(), F_GETFD), -1);
+    }
 
     const Mount small(DIRECTORY, "size=8k");
     ASSERT_TRUE(logger->Initialize(DIRECTORY, "test", 6, "%Y%m%d", false));

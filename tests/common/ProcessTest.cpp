@@ -92,9 +92,20 @@ TEST(Process, HostileFilesAreRefused) {
     ASSERT_EQ(mkfifo(LOCK.c_str(), 0600), 0);
     EXPECT_EQ(Util::FileLock(LOCK), -1); // at once
 
-    const std::pair<const char*, int> rows[] = {{"0", 0},           {"", 0},           {"-1", -1},
-                                                {"x", 0},           {"17", 17},        {" 17\n", 17},
-                                                {"99999999999", 0}, {"4294967297", 0}, {"        12345678", 12345678}};
+    const std::pair<std::string, int> rows[] = {{std::string(4096, ' ') + "17", 0},
+                                                {std::string(4088, ' ') + "17", 17},
+                                                {"-2147483648", INT32_MIN},
+                                                {"-2147483649", 0},
+                                                {"2147483647", INT32_MAX},
+                                                {"0", 0},
+                                                {"", 0},
+                                                {"-1", -1},
+                                                {"x", 0},
+                                                {"17", 17},
+                                                {" 17\n", 17},
+                                                {"99999999999", 0},
+                                                {"4294967297", 0},
+                                                {"        12345678", 12345678}};
     for (const auto& [text, pid] : rows) {
         WriteFile(PID, text);
         EXPECT_EQ(Util::ReadPID(PID), pid) << text;

@@ -25,21 +25,36 @@ TEST(Commands, LinesAsTheyAre) {
 TEST(Files, AreReadAndWrittenWhole) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
-    sysv_signal(SIGALRM, [](int) {}); // interrupts the reading
-    ualarm(20000, 0);
+    const auto interruptSoon = [] {
+        sysv_signal(SIGALRM, [](int) {});
+        ualarm(20000, 0);
+    };
+    interruptSoon(); // the reading
     std::thread writer([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
         EXPECT_EQ(WriteAll(ends[1], "abc", 3), 3U);
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
         EXPECT_EQ(write(ends[1], "de", 2), 2);
-        close(ends[1]);
     });
     char read[8] = {};
     EXPECT_EQ(ReadSome(ends[0], read, 2), 2);
     EXPECT_EQ(ReadAll(ends[0], read + 2, 2), 2U);
-    EXPECT_EQ(ReadAll(ends[0], read + 4, 4), 1U);
-    EXPECT_STREQ(read, "abcde");
     writer.join();
+    const std::string much(100000, 'x'); // more than the pipe takes
+    fcntl(ends[1], F_SETFL, O_NONBLOCK);
+    const size_t all = 1 + WriteAll(ends[1], much.data(), much.size()) + much.size();
+    EXPECT_LT(all, 2 * much.size());
+    fcntl(ends[1], F_SETFL, 0);
+    interruptSoon(); // the writing
+    std::thread reader([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        std::string text(all, ' ');
+        EXPECT_EQ(ReadAll(ends[0], &text[0], all), all);
+        EXPECT_EQ(text.substr(0, 2), "ex");
+    });
+    EXPECT_EQ(WriteAll(ends[1], much.data(), much.size()), much.size());
+    reader.join();
+    EXPECT_STREQ(read, "abcd");
     WriteFile("/opt/text", "0123456789");
     EXPECT_EQ(Joined({ReadText("/opt/text"), ReadText("/opt/text", 3), ReadText("/opt/none")}), "0123456789; 012; ");
 }
