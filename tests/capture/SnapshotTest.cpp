@@ -1,4 +1,5 @@
 // Snapshots and the live view with the real decoder, damaged pictures and decoders that fail; the file copy.
+#include <sys/time.h>
 
 #include "capture/Config.h"
 #include "tests/capture/RunningSession.h"
@@ -131,6 +132,17 @@ TEST(Snapshot, AnUnknownStatusIsNotAFailedOne) {
         EXPECT_FALSE(Exists(tmp));
     }
     signal(SIGCHLD, SIG_DFL);
+
+    // Signals do not cut the wait for it short.
+    struct sigaction action {};
+    action.sa_handler = [](int) {};
+    sigaction(SIGALRM, &action, nullptr);
+    const itimerval often{{0, 10000}, {0, 10000}}, never{};
+    setitimer(ITIMER_REAL, &often, nullptr);
+    Appliance::ReplaceDecoder("sleep 0.2\nprintf whole > " + tmp);
+    EXPECT_TRUE(bench.capture.XEncCapture());
+    setitimer(ITIMER_REAL, &never, nullptr);
+    EXPECT_EQ(ReadFile(Appliance::Tmp("liveview.gif")), "whole");
 }
 
 TEST(Snapshot, TheDecoderInheritsNothing) {

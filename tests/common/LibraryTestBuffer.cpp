@@ -1,4 +1,6 @@
 // Byte buffer and file encryption; the real openssl writes the same files.
+#include <malloc.h>
+
 #include <memory>
 
 #include "common/DecryptAes.h"
@@ -75,6 +77,9 @@ TEST(Buffer, CopiesAreDeepAndEndWithAZero) {
     one.Data()[0] = 'x';
     EXPECT_TRUE(one.Resize(5) && Text(one) == "x");
     EXPECT_EQ((assigned = PacketBuffer(50)).Capacity(), 0);
+    const size_t before = mallinfo2().hblkhd; // bytes in blocks of their own, as large ones are
+    EXPECT_TRUE(PacketBuffer(LIMIT).Allocate(LIMIT));
+    EXPECT_EQ(mallinfo2().hblkhd, before);
 }
 
 TEST(Encryption, EveryLengthComesBackAndIsWhatOthersMakeOfIt) {

@@ -224,7 +224,7 @@ TEST(Logger, LinesComeBackAfterAMissingDirectoryAndAFullDisk) {
         EXPECT_TRUE(arrives("descriptor is back at the next " + next));
         EXPECT_EQ(ReadFile("/opt/other"), "");
         for (const UniqueFd& other : others)
-            EXPECT_NE(fcntl(other.Get(), F_GETFD), -1);
+            EXPECT_EQ(FileIdentity::Of(other.Get()), FileIdentity::Of("/opt/other"));
     }
 
     const Mount small(DIRECTORY, "size=8k");
