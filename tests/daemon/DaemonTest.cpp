@@ -179,10 +179,6 @@ TEST(Daemon, AFaultInTheLibraryIsToldAndWakesWhatIsStopped) {
         const std::string asked = "-c kill -CONT " + std::to_string(daemon.Pid()) + "\n";
         EXPECT_NE(ReadFile("/opt/asked").find(asked), std::string::npos);
     }
-    // The first process of a namespace is spared the default action, and says the same by its status.
-    ReadyDaemon first("--debug", "unshare --fork --pid");
-    Shell("kill -SEGV $(pidof capture)");
-    EXPECT_EQ(first.Status(), 128 + SIGSEGV);
 }
 
 TEST(Daemon, EndsWithItsParent) {
